@@ -1,0 +1,47 @@
+# Front door. `make run` builds and starts Vantler; `make test` builds with sanitizers and runs
+# every test; `make bench` runs the benchmarks. Missing Debian packages are installed first.
+
+BUILD ?= build
+TEST_BUILD ?= build-test
+BENCH_BUILD ?= build-bench
+JOBS ?= $(shell nproc)
+CMAKE_GEN := -G Ninja
+
+.PHONY: all deps build run test test-native test-web bench format clean
+
+all: build
+
+deps:
+	@scripts/deps.sh build
+
+build: deps
+	@cmake -S . -B $(BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVANTLER_TESTS=OFF >/dev/null
+	@cmake --build $(BUILD) -j $(JOBS)
+
+run: build
+	./$(BUILD)/vantler $(ARGS)
+
+test: test-native test-web
+
+test-native:
+	@scripts/deps.sh test
+	@cmake -S . -B $(TEST_BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=Debug -DVANTLER_SANITIZE=ON >/dev/null
+	@cmake --build $(TEST_BUILD) -j $(JOBS)
+	@cd $(TEST_BUILD) && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+	  ctest --output-on-failure -j $(JOBS)
+
+test-web:
+	@if [ -x scripts/test-web.sh ]; then scripts/test-web.sh; fi
+
+bench:
+	@scripts/deps.sh build
+	@cmake -S . -B $(BENCH_BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=Release -DVANTLER_TESTS=OFF -DVANTLER_BENCH=ON >/dev/null
+	@cmake --build $(BENCH_BUILD) -j $(JOBS)
+	@for b in $(BENCH_BUILD)/bench_*; do echo "== $$b"; $$b --benchmark_min_time=0.2; done
+	@if [ -x scripts/test-web.sh ]; then scripts/test-web.sh bench; fi
+
+format:
+	@clang-format -i $$(git ls-files 'src/*.cpp' 'src/*.h' 'tests/*.cpp' 'bench/*.cpp')
+
+clean:
+	rm -rf $(BUILD) $(TEST_BUILD) $(BENCH_BUILD)

@@ -1,0 +1,46 @@
+#!/usr/bin/env bash
+# Installs the Debian packages the build, the tests and the app need, but only those missing.
+# Usage: scripts/deps.sh [build|test|run|all]   (default: all)
+set -euo pipefail
+what=${1:-all}
+
+build_pkgs=(build-essential cmake ninja-build pkg-config git
+  nlohmann-json3-dev libglib2.0-dev libicu-dev
+  libgtest-dev libgmock-dev libbenchmark-dev)
+test_pkgs=(clang libclang-rt-14-dev)
+web_pkgs=(nodejs npm chromium)
+
+case "$what" in
+  build) pkgs=("${build_pkgs[@]}") ;;
+  test) pkgs=("${build_pkgs[@]}" "${test_pkgs[@]}") ;;
+  web) pkgs=("${web_pkgs[@]}") ;;
+  run) pkgs=("${build_pkgs[@]}") ;;
+  all) pkgs=("${build_pkgs[@]}" "${test_pkgs[@]}" "${web_pkgs[@]}") ;;
+  *) echo "usage: $0 [build|test|web|run|all]" >&2; exit 2 ;;
+esac
+
+missing=()
+for p in "${pkgs[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+# npm on Debian is usually present when node comes from elsewhere (nvm, nodesource): skip it then.
+if command -v node >/dev/null && command -v npm >/dev/null; then
+  keep=(); for p in "${missing[@]}"; do case "$p" in nodejs|npm) ;; *) keep+=("$p") ;; esac; done
+  missing=("${keep[@]}")
+  [ ${#missing[@]} -eq 0 ] && exit 0
+fi
+
+sudo=""
+if [ "$(id -u)" -ne 0 ]; then sudo="sudo"; fi
+echo "installing: ${missing[*]}" >&2
+export DEBIAN_FRONTEND=noninteractive
+$sudo apt-get update -qq
+# another apt run (unattended upgrades) may hold the lock for a while
+for i in $(seq 1 60); do
+  if $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"; then exit 0; fi
+  echo "apt-get busy, retrying ($i)" >&2
+  sleep 5
+done
+exit 1

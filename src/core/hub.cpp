@@ -1,0 +1,202 @@
+#include "core/hub.h"
+
+#include <signal.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "core/files.h"
+#include "core/prefs.h"
+
+namespace {
+
+class NoTranscripts final : public TranscriptReader {
+ public:
+  std::optional<TranscriptStats> update(const std::string&) override { return std::nullopt; }
+};
+
+class NoPullRequests final : public PullRequests {
+ public:
+  void refresh(const std::vector<std::string>&, bool) override {}
+  const PullRequest* find(const std::string&) const override { return nullptr; }
+};
+
+class NoRecentTranscripts final : public RecentTranscripts {
+ public:
+  std::vector<RecentTranscript> find() override { return {}; }
+};
+
+class NoJumper final : public Jumper {
+ public:
+  void go(const Session&) override {}
+};
+
+int signalZero(int32_t pid) {
+  return ::kill(pid, 0) == 0 ? 0 : errno;
+}
+
+}  // namespace
+
+Hub::Hub(Loop& loop, Defaults& defaults, HubPorts ports, HubOptions options)
+    : loop_(loop),
+      defaults_(defaults),
+      ports_(std::move(ports)),
+      options_(std::move(options)),
+      self_(std::make_shared<Hub*>(this)) {
+  if (!ports_.transcripts) ports_.transcripts = std::make_shared<NoTranscripts>();
+  if (!ports_.github) ports_.github = std::make_shared<NoPullRequests>();
+  if (!ports_.recent) ports_.recent = std::make_shared<NoRecentTranscripts>();
+  if (!ports_.jumper) ports_.jumper = std::make_shared<NoJumper>();
+  if (!ports_.probe) ports_.probe = signalZero;
+  if (options_.home.empty()) options_.home = Files::home();
+
+  std::weak_ptr<Hub*> weak = self_;
+  ports_.github->onNews = [weak](const std::string& root, const std::string& kind) {
+    if (auto hub = weak.lock()) (*hub)->prChanged(root, kind);
+  };
+  loadTucked();
+  lastSlowTick_ = now();
+  if (options_.startTimer) {
+    ticker_ = loop_.every(kTickInterval, kTickTolerance, [weak] {
+      if (auto hub = weak.lock()) (*hub)->tick();
+    });
+  }
+}
+
+Hub::~Hub() {
+  if (ticker_) loop_.cancel(*ticker_);
+  ports_.github->onNews = nullptr;
+}
+
+void Hub::later(double seconds, std::function<void(Hub&)> task) {
+  std::weak_ptr<Hub*> weak = self_;
+  auto run = [weak, task = std::move(task)] {
+    if (auto hub = weak.lock()) task(**hub);
+  };
+  if (seconds <= 0) {
+    loop_.post(std::move(run));
+  } else {
+    loop_.after(seconds, std::move(run));
+  }
+}
+
+const Session* Hub::find(const std::string& id) const {
+  for (const Session& s : sessions_)
+    if (s.id == id) return &s;
+  return nullptr;
+}
+
+Session* Hub::findMutable(const std::string& id) {
+  return const_cast<Session*>(std::as_const(*this).find(id));
+}
+
+Session Hub::session(const std::string& key, Agent agent, const std::string& cwd) {
+  if (const Session* existing = find(key)) {
+    Session s = *existing;
+    if (s.root.empty() && !cwd.empty()) s.root = Session::projectRoot(cwd, options_.home);
+    return s;
+  }
+  // The smallest colour slot no visible session uses; with all nine taken, spread by count.
+  bool taken[9] = {};
+  for (const Session* v : visible())
+    if (v->colorIndex >= 0 && v->colorIndex < 9) taken[v->colorIndex] = true;
+  int64_t color = static_cast<int64_t>(sessions_.size() % 9);
+  for (int i = 0; i < 9; ++i) {
+    if (!taken[i]) {
+      color = i;
+      break;
+    }
+  }
+  Session s;
+  s.id = key;
+  s.agent = agent;
+  s.root = cwd.empty() ? std::string() : Session::projectRoot(cwd, options_.home);
+  s.colorIndex = color;
+  s.mood = Mood::idle;
+  s.phase = "reasoning";
+  s.started = s.updated = now();
+  return s;
+}
+
+void Hub::store(Session session) {
+  if (Session* existing = findMutable(session.id)) {
+    *existing = std::move(session);
+  } else {
+    sessions_.push_back(std::move(session));
+  }
+  changed();
+}
+
+void Hub::changed() {
+  if (pushScheduled_) return;
+  pushScheduled_ = true;
+  later(0, [](Hub& hub) {
+    hub.pushScheduled_ = false;
+    hub.onChange();
+  });
+}
+
+void Hub::setResponder(const std::string& pendingId, Reply reply) {
+  responders_[pendingId] = std::move(reply);
+}
+
+Hub::Reply Hub::takeResponder(const std::string& pendingId) {
+  auto node = responders_.extract(pendingId);
+  return node.empty() ? Reply() : std::move(node.mapped());
+}
+
+void Hub::hookGone(const std::string& pendingId) {
+  // Nothing waiting under this key means it was already answered or withdrawn. The reply
+  // function is dropped uncalled: its connection is gone.
+  if (responders_.erase(pendingId) == 0) return;
+  for (Session& s : sessions_) {
+    if (s.pending && s.pending->id == pendingId) {
+      Session copy = s;
+      copy.pending.reset();
+      store(std::move(copy));
+      return;
+    }
+  }
+}
+
+void Hub::clearPending(Session& session) {
+  if (session.pending) {
+    if (Reply reply = takeResponder(session.pending->id)) reply("");
+  }
+  session.pending.reset();
+}
+
+void Hub::codex(const std::string& id, const std::string& cwd,
+                const std::function<void(Session&)>& update) {
+  std::string key = "codex:" + id;
+  Session s = session(key, Agent::codex, cwd);
+  Mood before = s.mood;
+  update(s);
+  if (s.mood == Mood::working) {
+    untuck(key);
+  } else if (before == Mood::working && s.mood == Mood::done && s.finishedAt &&
+             now() - *s.finishedAt < kCodexFlashRecent) {
+    flash_ = Flash{key, now() + kFlashFor};
+  }
+  store(std::move(s));
+}
+
+void Hub::setOpen(bool open) {
+  if (open == isOpen_) return;
+  isOpen_ = open;
+  changed();
+}
+
+void Hub::loadTucked() {
+  tucked_.clear();
+  const Json& stored = defaults_.get("tucked");
+  if (!stored.is_object()) return;
+  for (auto it = stored.begin(); it != stored.end(); ++it)
+    if (it.value().is_number()) tucked_[it.key()] = it.value().get<double>();
+}
+
+void Hub::saveTucked() {
+  Json out = Json::object();
+  for (const auto& [id, when] : tucked_) out[id] = when;
+  defaults_.set("tucked", std::move(out));
+}

@@ -1,0 +1,158 @@
+#pragma once
+// The one owner of all agent sessions. Event adapters, watchers and the panel's commands change
+// sessions only through it; the panel listens through `onChange` and `onAttention`. Everything
+// runs on the loop's thread.
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "core/defaults.h"
+#include "core/json.h"
+#include "core/loop.h"
+#include "core/ports.h"
+#include "core/session.h"
+
+struct HubOptions {
+  std::string home;                        // the user's home directory (project roots stop there)
+  std::optional<std::string> debugAnswer;  // VANTLER_DEBUG_ANSWER: scripted answers
+  bool startTimer = true;
+};
+
+class Hub {
+ public:
+  using Reply = std::function<void(const std::string&)>;
+
+  struct Flash {
+    std::string id;
+    Date until = 0;
+  };
+  struct PrNews {
+    std::string id;
+    std::string kind;
+    Date until = 0;
+  };
+
+  static constexpr double kTickInterval = 1.0;
+  static constexpr double kTickTolerance = 0.3;
+  static constexpr double kSlowSweepEvery = 20.0;
+  static constexpr double kSilentClaudeGone = 8 * 3600.0;
+  static constexpr double kCodexFlashRecent = 15.0;
+  static constexpr double kFlashFor = 3.2;
+  static constexpr double kPrNewsFor = 8.0;
+  static constexpr double kAutoAnswerDelay = 1.2;
+
+  Hub(Loop& loop, Defaults& defaults, HubPorts ports = {}, HubOptions options = {});
+  ~Hub();
+  Hub(const Hub&) = delete;
+  Hub& operator=(const Hub&) = delete;
+
+  // --- the session table ---
+  const std::vector<Session>& sessions() const { return sessions_; }
+  const Session* find(const std::string& id) const;
+  // The session for a key, existing or new (not yet stored).
+  Session session(const std::string& key, Agent agent, const std::string& cwd);
+  // Puts a session back (or appends a new one) and announces the change.
+  void store(Session session);
+  // Schedules one `onChange` for this loop turn.
+  void changed();
+  // The hook behind an open request went away without an answer.
+  void hookGone(const std::string& pendingId);
+  // Withdraws a session's open request in place; its hook gets the empty reply.
+  void clearPending(Session& session);
+  // Registers the reply function for an open request.
+  void setResponder(const std::string& pendingId, Reply reply);
+  bool hasResponder(const std::string& pendingId) const { return responders_.count(pendingId); }
+  // The Codex watcher's entry point.
+  void codex(const std::string& id, const std::string& cwd,
+             const std::function<void(Session&)>& update);
+
+  // --- decisions and replies ---
+  void decide(const std::string& id, const std::string& behavior,
+              const std::optional<Json>& input = std::nullopt);
+  void answer(const std::string& id, const std::vector<std::string>& answers);
+  void sendReply(const std::string& id, const std::string& text);
+  void engage(const std::string& id);
+  void release(const std::string& id);
+  void answerThere(const std::string& id);
+  // With VANTLER_DEBUG_ANSWER set, answers the session's request 1.2 s later.
+  void autoAnswerForTests(const Session& session);
+
+  // The body each agent's hook expects for a reply typed after its turn.
+  static Json replyBody(Agent agent, const std::string& text);
+  // The body of a permission decision.
+  static Json decisionBody(const std::string& behavior, const std::optional<Json>& input);
+
+  // --- timing and ordering ---
+  std::vector<const Session*> visible() const;
+  std::vector<const Session*> queue() const;
+  const Session* focus() const;
+  void select(const std::string& id);
+  void dismiss(const std::string& id);
+  void untuck(const std::string& id);
+  void jump(const std::string& id);
+  void clearFinished();
+  void undoClear();
+  void restoreRecent();
+  void tick();
+  // A session counts as finished when no request is open and it neither works nor waits.
+  static bool isFinished(const Session& session, Date now);
+
+  // --- the panel ---
+  bool isOpen() const { return isOpen_; }
+  void setOpen(bool open);
+  const std::optional<std::string>& selected() const { return selected_; }
+  bool canUndo() const { return !cleared_.empty(); }
+  const std::optional<Flash>& flash() const { return flash_; }
+  const std::optional<PrNews>& prNews() const { return prNews_; }
+  const std::unordered_map<std::string, Date>& tucked() const { return tucked_; }
+  // Last event per Cursor conversation.
+  std::unordered_map<std::string, std::string>& cursorLast() { return cursorLast_; }
+  Json snapshot() const;
+
+  // Demonstration sessions for the demo mode and the page's development.
+  void loadDemo();
+
+  Date now() const { return loop_.wall(); }
+  Loop& loop() { return loop_; }
+  Defaults& defaults() { return defaults_; }
+  const std::string& home() const { return options_.home; }
+  TranscriptReader& transcripts() { return *ports_.transcripts; }
+  PullRequests& github() { return *ports_.github; }
+
+  std::function<void()> onChange = [] {};
+  std::function<void()> onAttention = [] {};
+
+ private:
+  Session* findMutable(const std::string& id);
+  // Removes and returns the reply function of a request.
+  Reply takeResponder(const std::string& pendingId);
+  void saveTucked();
+  void loadTucked();
+  bool isVisible(const Session& s, Date now, int64_t hideAfterMinutes) const;
+  void prChanged(const std::string& root, const std::string& kind);
+  // Queues a task that does nothing once the hub is gone.
+  void later(double seconds, std::function<void(Hub&)> task);
+
+  Loop& loop_;
+  Defaults& defaults_;
+  HubPorts ports_;
+  HubOptions options_;
+
+  std::vector<Session> sessions_;
+  std::optional<Flash> flash_;
+  bool isOpen_ = false;
+  std::optional<std::string> selected_;
+  std::vector<Session> cleared_;
+  std::unordered_map<std::string, Date> tucked_;
+  std::unordered_map<std::string, Reply> responders_;
+  std::optional<PrNews> prNews_;
+  bool pushScheduled_ = false;
+  std::optional<Loop::TaskId> ticker_;
+  std::unordered_map<std::string, std::string> cursorLast_;
+  Date lastSlowTick_ = 0;
+  std::shared_ptr<Hub*> self_;  // weak handles to this hub for queued tasks
+};

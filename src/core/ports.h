@@ -1,0 +1,75 @@
+#pragma once
+// Narrow interfaces to the components the hub owns but that live elsewhere: the transcript
+// reader, the pull-request tracker, recent transcripts and the jump to a session's window.
+// Each has a quiet default so the hub runs without them.
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "core/json.h"
+#include "core/session.h"
+
+class TranscriptReader {
+ public:
+  virtual ~TranscriptReader() = default;
+  // Reads what was appended to a transcript since the last call and returns its figures.
+  virtual std::optional<TranscriptStats> update(const std::string& path) = 0;
+};
+
+struct PullRequest {
+  int64_t number = 0;
+  std::string title;
+  std::string state;   // "OPEN", "MERGED", "CLOSED"
+  std::string checks;  // "pass", "fail", "pending" or empty
+  std::string url;
+  Json json() const;
+};
+
+class PullRequests {
+ public:
+  virtual ~PullRequests() = default;
+  // Refreshes the pull requests of these project roots; the tracker throttles unless `force`.
+  virtual void refresh(const std::vector<std::string>& roots, bool force) = 0;
+  virtual const PullRequest* find(const std::string& root) const = 0;
+  // Called with a project root and a news kind ("opened", "merged", "closed", "checksPassed",
+  // "checksFailed") when a pull request changes.
+  std::function<void(const std::string& root, const std::string& kind)> onNews;
+};
+
+struct RecentTranscript {
+  std::string id;    // the agent's session id
+  std::string path;  // the transcript file
+  Date modified = 0;
+};
+
+class RecentTranscripts {
+ public:
+  virtual ~RecentTranscripts() = default;
+  virtual std::vector<RecentTranscript> find() = 0;
+};
+
+class Jumper {
+ public:
+  virtual ~Jumper() = default;
+  // Brings the session's terminal or application to the front.
+  virtual void go(const Session& session) = 0;
+};
+
+namespace Jump {
+// A short display name for the place a session runs: "Cursor", "Codex", or the host
+// application's file name without extension.
+std::optional<std::string> hostName(const Session& session);
+}  // namespace Jump
+
+// The hub's collaborators. Absent ones are replaced by inert defaults.
+struct HubPorts {
+  std::shared_ptr<TranscriptReader> transcripts;
+  std::shared_ptr<PullRequests> github;
+  std::shared_ptr<RecentTranscripts> recent;
+  std::shared_ptr<Jumper> jumper;
+  // The signal-0 probe: 0 when the process exists, else the errno (ESRCH when it is gone).
+  std::function<int(int32_t pid)> probe;
+};

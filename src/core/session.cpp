@@ -1,0 +1,304 @@
+#include "core/session.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+
+#include "core/ports.h"
+#include "core/text.h"
+#include "core/tool_text.h"
+#include "usage/pricing.h"
+
+namespace Agents {
+
+namespace {
+constexpr std::array<std::string_view, 8> kRaw{"claude", "codex",    "cursor",  "gemini",
+                                               "droid",  "opencode", "copilot", "windsurf"};
+}
+
+std::string_view raw(Agent agent) {
+  return kRaw[static_cast<size_t>(agent)];
+}
+
+std::optional<Agent> parse(std::string_view raw) {
+  for (size_t i = 0; i < kRaw.size(); ++i)
+    if (kRaw[i] == raw) return static_cast<Agent>(i);
+  return std::nullopt;
+}
+
+bool canReply(Agent agent) {
+  return agent == Agent::claude || agent == Agent::cursor || agent == Agent::gemini ||
+         agent == Agent::droid;
+}
+
+}  // namespace Agents
+
+namespace Moods {
+std::string_view name(Mood mood) {
+  switch (mood) {
+    case Mood::idle:
+      return "idle";
+    case Mood::done:
+      return "done";
+    case Mood::working:
+      return "working";
+    case Mood::waiting:
+      return "waiting";
+  }
+  return "idle";
+}
+}  // namespace Moods
+
+std::string_view Pending::kindName() const {
+  static constexpr std::array<std::string_view, 4> kNames{"permission", "questions", "reply",
+                                                          "elsewhere"};
+  return kNames[kind.index()];
+}
+
+std::string lastPathComponent(std::string_view path) {
+  if (path.empty()) return {};
+  while (path.size() > 1 && path.back() == '/') path.remove_suffix(1);
+  if (path == "/") return "/";
+  auto slash = path.rfind('/');
+  return std::string(slash == std::string_view::npos ? path : path.substr(slash + 1));
+}
+
+void Session::pushTool(std::string label) {
+  for (ToolLine& line : tools) line.running = false;
+  tools.push_back({std::move(label), true, false});
+  if (tools.size() > kMaxToolLines)
+    tools.erase(tools.begin(), tools.begin() + static_cast<long>(tools.size() - kMaxToolLines));
+}
+
+void Session::finishTools(bool failed) {
+  for (auto it = tools.rbegin(); it != tools.rend(); ++it) {
+    if (it->running && !it->failed) {
+      it->running = false;
+      it->failed = failed;
+      return;
+    }
+  }
+}
+
+void Session::countTool(const std::string& tool, const Json& input, Date now) {
+  std::string_view kind = ToolText::kind(tool, input);
+  std::string detail = ToolText::detail(tool, input);
+  if (__builtin_add_overflow(turnCalls, 1, &turnCalls)) std::abort();
+  auto entry =
+      std::find_if(tally.begin(), tally.end(), [&](const ToolTally& t) { return t.tool == tool; });
+  if (entry != tally.end()) {
+    ++entry->count;
+    entry->detail = std::move(detail);
+    entry->last = now;
+  } else {
+    tally.push_back({tool, std::move(detail), 1, std::string(kind), now});
+  }
+  if (kind == "research")
+    phase = "researching";
+  else if (kind == "write")
+    phase = "writing";
+  else if (kind == "review")
+    phase = "reviewing";
+  else if (kind == "reason")
+    phase = "reasoning";
+}
+
+Mood Session::shownMood(Date now) const {
+  if (pending) return pending->is<Pending::Reply>() ? Mood::done : Mood::waiting;
+  if (mood == Mood::done && finishedAt && now - *finishedAt > 600) return Mood::idle;
+  return mood;
+}
+
+std::string_view Session::pose(Date now) const {
+  if (pending) {
+    if (pending->is<Pending::Reply>()) return "success";
+    if (pending->is<Pending::Questions>()) return "listen";
+    return "alert";
+  }
+  switch (shownMood(now)) {
+    case Mood::idle:
+      return "sleep";
+    case Mood::done:
+      if (!finishedAt) return "idle";
+      return now - *finishedAt < 30 ? "success" : "idle";
+    case Mood::working: {
+      if (!tools.empty() && tools.back().failed) return "error";
+      std::string lower = Text::lower(activity);
+      for (std::string_view p : {"editing", "writing", "creating"})
+        if (lower.starts_with(p)) return "write";
+      return "think";
+    }
+    case Mood::waiting:
+      return "alert";
+  }
+  return "sleep";
+}
+
+namespace {
+
+// The host application's name: last path component without extension, lower-cased.
+std::string hostFileName(const std::optional<std::string>& bundle, bool lowerCase) {
+  if (!bundle) return {};
+  std::string name = lastPathComponent(*bundle);
+  if (auto dot = name.rfind('.'); dot != std::string::npos && dot > 0) name.resize(dot);
+  return lowerCase ? Text::lower(name) : name;
+}
+
+bool startsWithAny(std::string_view s, std::initializer_list<std::string_view> prefixes) {
+  for (std::string_view p : prefixes)
+    if (s.starts_with(p)) return true;
+  return false;
+}
+
+}  // namespace
+
+std::string_view Session::family() const {
+  if (agent == Agent::codex) return "codex";
+  if (agent == Agent::cursor) return "cursor";
+  std::string host = hostFileName(hostBundle, true);
+  if (startsWithAny(host,
+                    {"terminal",  "iterm",  "iterm2", "ghostty",    "warp",           "wezterm",
+                     "alacritty", "kitty",  "hyper",  "tabby",      "gnome-terminal", "konsole",
+                     "xterm",     "foot",   "tilix",  "terminator", "xfce4-terminal", "urxvt",
+                     "rxvt",      "ptyxis", "kgx"}))
+    return "terminal";
+  if (startsWithAny(host, {"cursor", "code", "visual studio code", "zed", "windsurf", "xcode",
+                           "intellij", "webstorm", "pycharm", "codium", "sublime_text", "idea",
+                           "clion", "goland", "rider", "phpstorm", "rubymine", "jetbrains"}))
+    return "editor";
+  if (!host.empty()) return "desktop";
+  return stats.entrypoint && *stats.entrypoint == "cli" ? "terminal" : "desktop";
+}
+
+std::string Session::headline() const {
+  if (stats.customTitle && !stats.customTitle->empty()) return *stats.customTitle;
+  if (!title.empty()) return title;
+  if (stats.firstPrompt) return ToolText::headline(*stats.firstPrompt);
+  std::string last = lastPathComponent(root);
+  return last.empty() ? "~" : last;
+}
+
+std::string Session::projectRoot(const std::string& path, const std::string& home) {
+  std::string dir = path;
+  while (dir.size() > 1 && dir.back() == '/') dir.pop_back();
+  std::string homeDir = home;
+  while (homeDir.size() > 1 && homeDir.back() == '/') homeDir.pop_back();
+  while (dir.size() >= 2 && dir != homeDir) {
+    struct stat st;
+    if (::stat((dir + "/.git").c_str(), &st) == 0) return dir;
+    auto slash = dir.rfind('/');
+    if (slash == std::string::npos) break;
+    dir = slash == 0 ? "/" : dir.substr(0, slash);
+  }
+  return path;
+}
+
+Json PullRequest::json() const {
+  return {{"number", number}, {"title", title}, {"state", state}, {"checks", checks}, {"url", url}};
+}
+
+namespace Jump {
+std::optional<std::string> hostName(const Session& session) {
+  if (session.agent == Agent::cursor) return "Cursor";
+  if (session.agent == Agent::codex && !session.hostBundle) return "Codex";
+  std::string name = hostFileName(session.hostBundle, false);
+  if (name.empty()) return std::nullopt;
+  return name;
+}
+}  // namespace Jump
+
+namespace {
+
+Json pendingJson(const Pending& p, int64_t replyWindowSeconds) {
+  Json out = {
+      {"id", p.id}, {"engaged", p.engaged}, {"since", millis(p.since)}, {"kind", p.kindName()}};
+  if (auto* perm = p.as<Pending::Permission>()) {
+    out["title"] = perm->title;
+    out["detail"] = perm->detail;
+    out["tool"] = perm->tool;
+  } else if (auto* qs = p.as<Pending::Questions>()) {
+    Json list = Json::array();
+    for (const Question& q : qs->questions) {
+      Json options = Json::array();
+      for (const auto& o : q.options) options.push_back({{"label", o.label}, {"detail", o.detail}});
+      list.push_back({{"header", q.header},
+                      {"text", q.text},
+                      {"multi", q.multi},
+                      {"options", std::move(options)}});
+    }
+    out["questions"] = std::move(list);
+  } else if (auto* r = p.as<Pending::Reply>()) {
+    out["message"] = r->lastMessage;
+    out["expires"] = millis(r->expires);
+    out["window"] = replyWindowSeconds * 1000;
+  } else if (auto* e = p.as<Pending::Elsewhere>()) {
+    out["title"] = e->what;
+  }
+  return out;
+}
+
+Json statsJson(const Session& s) {
+  Json out = {{"cost", s.stats.cost}};
+  if (s.stats.model) {
+    const std::string& model = *s.stats.model;
+    out["model"] = s.agent == Agent::claude ? Pricing::label(model) : model;
+    int64_t window = s.stats.contextWindow;
+    if (window <= 0) {
+      if (auto rate = Pricing::rate(model); rate && rate->window > 0) window = rate->window;
+    }
+    if (s.stats.contextTokens > 0 && window > 0) {
+      out["context"] = static_cast<double>(s.stats.contextTokens) / static_cast<double>(window);
+      out["contextTokens"] = s.stats.contextTokens;
+    }
+  }
+  if (s.turnStarted) {
+    out["turnStarted"] = millis(*s.turnStarted);
+    if (s.finishedAt && *s.finishedAt > *s.turnStarted) out["turnEnd"] = millis(*s.finishedAt);
+  }
+  return out;
+}
+
+}  // namespace
+
+Json Session::json(Date now, int64_t replyWindowSeconds) const {
+  Json toolList = Json::array();
+  for (const ToolLine& t : tools)
+    toolList.push_back({{"label", t.label}, {"running", t.running}, {"failed", t.failed}});
+
+  std::vector<const ToolTally*> recent;
+  recent.reserve(tally.size());
+  for (const ToolTally& t : tally) recent.push_back(&t);
+  std::stable_sort(recent.begin(), recent.end(),
+                   [](const ToolTally* a, const ToolTally* b) { return a->last > b->last; });
+  Json tallyList = Json::array();
+  for (size_t i = 0; i < recent.size() && i < 4; ++i)
+    tallyList.push_back({{"tool", recent[i]->tool},
+                         {"detail", recent[i]->detail},
+                         {"count", recent[i]->count},
+                         {"kind", recent[i]->kind}});
+
+  std::string project = lastPathComponent(root);
+  Json out = {
+      {"id", id},
+      {"agent", Agents::raw(agent)},
+      {"color", colorIndex},
+      {"title", headline()},
+      {"project", project.empty() ? "~" : project},
+      {"mood", Moods::name(shownMood(now))},
+      {"activity", activity},
+      {"updated", millis(updated)},
+      {"tools", std::move(toolList)},
+      {"phase", phase},
+      {"turnCalls", turnCalls},
+      {"tally", std::move(tallyList)},
+      {"family", family()},
+      {"pose", pose(now)},
+      {"stats", statsJson(*this)},
+  };
+  if (stats.branch) out["branch"] = *stats.branch;
+  if (auto host = Jump::hostName(*this)) out["host"] = *host;
+  if (pending) out["pending"] = pendingJson(*pending, replyWindowSeconds);
+  return out;
+}

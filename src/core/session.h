@@ -1,0 +1,168 @@
+#pragma once
+// The value types that describe one coding-agent session. Sessions are plain values: the hub
+// copies one out, changes it and stores it back.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "core/json.h"
+
+// Seconds since 1970, as the loop's wall clock reports it.
+using Date = double;
+
+enum class Agent { claude, codex, cursor, gemini, droid, opencode, copilot, windsurf };
+
+namespace Agents {
+inline constexpr Agent kAll[] = {Agent::claude, Agent::codex,    Agent::cursor,  Agent::gemini,
+                                 Agent::droid,  Agent::opencode, Agent::copilot, Agent::windsurf};
+std::string_view raw(Agent agent);
+std::optional<Agent> parse(std::string_view raw);
+// Whether a hook of this agent can carry the user's reply back into the agent.
+bool canReply(Agent agent);
+}  // namespace Agents
+
+// Ordered by urgency: idle < done < working < waiting.
+enum class Mood : int { idle = 0, done = 1, working = 2, waiting = 3 };
+
+namespace Moods {
+std::string_view name(Mood mood);
+}
+
+struct ToolLine {
+  std::string label;
+  bool running = false;
+  bool failed = false;
+  bool operator==(const ToolLine&) const = default;
+};
+
+struct ToolTally {
+  std::string tool;
+  std::string detail;
+  int64_t count = 0;
+  std::string kind;
+  Date last = 0;
+};
+
+struct Question {
+  struct Option {
+    std::string label;
+    std::string detail;
+    bool operator==(const Option&) const = default;
+  };
+  std::string header;
+  std::string text;
+  std::vector<Option> options;
+  bool multi = false;
+  bool operator==(const Question&) const = default;
+};
+
+struct Pending {
+  struct Permission {
+    std::string title;
+    std::string detail;
+    std::string tool;
+  };
+  struct Questions {
+    std::vector<Question> questions;
+  };
+  struct Reply {
+    std::string lastMessage;
+    Date expires = 0;
+  };
+  struct Elsewhere {
+    std::string what;
+  };
+  using Kind = std::variant<Permission, Questions, Reply, Elsewhere>;
+
+  std::string id;
+  Kind kind;
+  Json toolInput = Json::object();
+  Date since = 0;
+  bool engaged = false;
+
+  template <class T>
+  bool is() const {
+    return std::holds_alternative<T>(kind);
+  }
+  template <class T>
+  const T* as() const {
+    return std::get_if<T>(&kind);
+  }
+  std::string_view kindName() const;
+};
+
+// Figures read from an agent's transcript file.
+struct TranscriptStats {
+  std::optional<std::string> customTitle;
+  std::optional<std::string> branch;
+  std::optional<std::string> model;
+  int64_t contextTokens = 0;
+  int64_t contextWindow = 0;
+  double cost = 0;
+  std::optional<std::string> firstPrompt;
+  std::optional<std::string> lastPrompt;
+  std::optional<std::string> entrypoint;
+  std::optional<std::string> cwd;
+  bool endedTurn = false;
+};
+
+struct Session {
+  static constexpr size_t kMaxToolLines = 4;
+
+  std::string id;
+  Agent agent = Agent::claude;
+  std::string root;
+  int64_t colorIndex = 0;
+  std::string title;
+  std::string activity;
+  Mood mood = Mood::idle;
+  std::optional<Pending> pending;
+  std::vector<ToolLine> tools;
+  std::vector<ToolTally> tally;
+  int64_t turnCalls = 0;
+  std::string phase;
+  Date started = 0;
+  Date updated = 0;
+  std::optional<Date> turnStarted;
+  std::optional<Date> finishedAt;
+  std::optional<std::string> transcript;
+  TranscriptStats stats;
+  std::optional<int32_t> hostPid;
+  std::optional<std::string> hostBundle;
+  std::optional<std::string> tty;
+  std::optional<int32_t> agentPid;
+
+  // A tool call began: it becomes the only running line; at most four lines are kept.
+  void pushTool(std::string label);
+  // The newest running call ended.
+  void finishTools(bool failed);
+  // Counts a call in the tally and moves the turn's phase along.
+  void countTool(const std::string& tool, const Json& input, Date now);
+
+  // The state to display: an open request overrides the stored mood, and `done` decays to
+  // `idle` ten minutes after the turn ended.
+  Mood shownMood(Date now) const;
+  // The mascot picture: "sleep", "idle", "success", "error", "write", "think", "alert", "listen".
+  std::string_view pose(Date now) const;
+  // The kind of host: "codex", "cursor", "terminal", "editor" or "desktop".
+  std::string_view family() const;
+  std::string headline() const;
+
+  // The enclosing directory that holds ".git", below `home`; `path` itself when there is none.
+  static std::string projectRoot(const std::string& path, const std::string& home);
+
+  // The session object sent to the page.
+  Json json(Date now, int64_t replyWindowSeconds) const;
+};
+
+// Milliseconds since 1970, as the page receives times.
+inline double millis(Date date) {
+  return date * 1000.0;
+}
+
+// Last path component ("dir" for "/a/dir/", "/" for "/", "" for "").
+std::string lastPathComponent(std::string_view path);

@@ -1,0 +1,26 @@
+#pragma once
+// Per-model token prices and display labels for Claude models.
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "core/json.h"
+
+namespace Pricing {
+
+// US dollars per million tokens; `window` is the model's context window in tokens.
+struct Rate {
+  double input = 0;
+  double output = 0;
+  double cacheRead = 0;
+  long window = 0;
+};
+
+std::optional<Rate> rate(std::string_view model);
+// Dollars for one transcript "usage" object; 0 for a model without a rate.
+double cost(std::string_view model, const Json& usage);
+// "claude-opus-4-5-20251101" → "Opus 4.5".
+std::string label(std::string_view model);
+
+}  // namespace Pricing
