@@ -10,7 +10,7 @@
 int main() {
   GLibLoop loop;
   Defaults defaults;
-  Hub hub(loop, defaults, {}, {.startTimer = false});
+  Hub hub(loop, defaults, {}, HubOptions{{}, std::nullopt, false});
   hub.loadDemo();
   std::puts(hub.snapshot().dump(2).c_str());
   return 0;

@@ -44,6 +44,8 @@ class Hub {
   static constexpr double kFlashFor = 3.2;
   static constexpr double kPrNewsFor = 8.0;
   static constexpr double kAutoAnswerDelay = 1.2;
+  static constexpr double kPrRefreshSoon = 4.0;
+  static constexpr double kPrRefreshLater = 30.0;
 
   Hub(Loop& loop, Defaults& defaults, HubPorts ports = {}, HubOptions options = {});
   ~Hub();
@@ -69,6 +71,11 @@ class Hub {
   // The Codex watcher's entry point.
   void codex(const std::string& id, const std::string& cwd,
              const std::function<void(Session&)>& update);
+
+  // --- hook events (each returns the id of a request the hook must wait on) ---
+  std::optional<std::string> claude(const Json& payload, Reply reply);
+  std::optional<std::string> cursor(const Json& payload, Reply reply);
+  std::optional<std::string> adapted(const Json& payload, Reply reply);
 
   // --- decisions and replies ---
   void decide(const std::string& id, const std::string& behavior,

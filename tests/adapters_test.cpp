@@ -1,0 +1,238 @@
+// Hook payloads of each agent turned into session changes and hook replies.
+
+#include <gmock/gmock.h>
+
+#include "test_support.h"
+
+using ::testing::ElementsAre;
+
+class AdapterTest : public HubTest {
+ protected:
+  struct Sent {
+    std::optional<std::string> held;
+    std::vector<std::string> replies;
+  };
+  int attention = 0;
+
+  void SetUp() override {
+    HubTest::SetUp();
+    hub->onAttention = [this] { ++attention; };
+  }
+
+  // Delivers a payload as the bridge would; replies land in the returned record.
+  std::shared_ptr<Sent> send(Json payload) {
+    auto sent = std::make_shared<Sent>();
+    auto reply = [sent](const std::string& text) { sent->replies.push_back(text); };
+    std::string agent = JsonField::str(payload, "_agent", "claude");
+    if (agent == "claude")
+      sent->held = hub->claude(payload, reply);
+    else if (agent == "cursor")
+      sent->held = hub->cursor(payload, reply);
+    else
+      sent->held = hub->adapted(payload, reply);
+    return sent;
+  }
+
+  std::shared_ptr<Sent> claude(const std::string& event, Json extra = Json::object()) {
+    extra["hook_event_name"] = event;
+    extra["session_id"] = "s1";
+    extra["cwd"] = home.path() + "/proj";
+    return send(extra);
+  }
+
+  const Session& s(const std::string& key = "claude:s1") { return *hub->find(key); }
+};
+
+TEST_F(AdapterTest, ClaudeTurnWithToolsAndReplyWindow) {
+  auto start =
+      claude("SessionStart",
+             {{"_host", {{"pid", 42}, {"bundle", "/usr/bin/kitty"}, {"tty", "/dev/pts/4"}}},
+              {"agentPid", 77}});
+  EXPECT_THAT(start->replies, ElementsAre(""));
+  EXPECT_EQ(s().hostPid, 42);
+  EXPECT_EQ(s().agentPid, 77);
+  EXPECT_EQ(s().family(), "terminal");
+
+  claude("UserPromptSubmit", {{"prompt", "Fix the **flaky** test"}});
+  EXPECT_EQ(s().title, "Fix the flaky test");
+  EXPECT_EQ(s().mood, Mood::working);
+  EXPECT_EQ(s().turnStarted, hub->now());
+
+  auto pre =
+      claude("PreToolUse", {{"tool_name", "Bash"}, {"tool_input", {{"command", "npm test"}}}});
+  EXPECT_THAT(pre->replies, ElementsAre(""));
+  EXPECT_FALSE(pre->held);
+  EXPECT_EQ(s().activity, "Running npm test");
+  claude("PostToolUseFailure", {{"tool_name", "Bash"}});
+  EXPECT_EQ(s().pose(hub->now()), "error");
+  claude("PreToolUse",
+         {{"tool_name", "Edit"}, {"tool_input", {{"file_path", "/p/a.ts"}}}, {"agent_id", "sub"}});
+  EXPECT_EQ(s().tools.size(), 1u);  // subagent calls stay out of the tool lines
+
+  loop.advance(5);
+  auto stop = claude("Stop", {{"last_assistant_message", "All green now.\nDetails follow"}});
+  ASSERT_TRUE(stop->held);
+  EXPECT_TRUE(stop->held->starts_with("claude:s1:reply:"));
+  EXPECT_TRUE(stop->replies.empty());
+  EXPECT_EQ(s().activity, "All green now.");
+  EXPECT_EQ(s().pending->as<Pending::Reply>()->expires, hub->now() + 15);
+  EXPECT_EQ(hub->flash()->id, "claude:s1");
+  EXPECT_EQ(attention, 1);
+
+  loop.advance(4);
+  ASSERT_FALSE(prs->refreshes.empty());
+  EXPECT_TRUE(prs->refreshes.back().second);  // forced refresh after the turn
+  hub->sendReply("claude:s1", "thanks");
+  ASSERT_EQ(stop->replies.size(), 1u);
+  EXPECT_EQ(Json::parse(stop->replies[0])["systemMessage"], "Replied from the notch: thanks");
+}
+
+TEST_F(AdapterTest, PermissionRequestsHeldSupersededAndWithdrawn) {
+  auto first = claude("PermissionRequest", {{"tool_name", "Bash"},
+                                            {"tool_use_id", "toolu_1"},
+                                            {"tool_input", {{"command", "rm -rf build"}}}});
+  EXPECT_EQ(first->held, "toolu_1");
+  EXPECT_TRUE(first->replies.empty());
+  EXPECT_EQ(s().pending->as<Pending::Permission>()->detail, "rm -rf build");
+  EXPECT_EQ(s().shownMood(hub->now()), Mood::waiting);
+
+  auto second =
+      claude("PermissionRequest", {{"tool_name", "AskUserQuestion"},
+                                   {"tool_use_id", "toolu_2"},
+                                   {"tool_input", {{"questions", {{{"question", "Which?"}}}}}}});
+  EXPECT_THAT(first->replies, ElementsAre(""));  // the earlier hook is let go, never stuck
+  EXPECT_EQ(s().pending->as<Pending::Questions>()->questions.at(0).text, "Which?");
+
+  claude("PostToolUse", {{"tool_name", "AskUserQuestion"}, {"tool_use_id", "toolu_2"}});
+  EXPECT_THAT(second->replies, ElementsAre(""));  // answered in the terminal
+  EXPECT_FALSE(s().pending);
+  EXPECT_EQ(s().mood, Mood::working);
+
+  auto noId = claude("PermissionRequest", {{"tool_name", "WebFetch"}});
+  EXPECT_TRUE(noId->held->starts_with("claude:s1:perm:"));
+  claude("SessionEnd");
+  EXPECT_THAT(noId->replies, ElementsAre(""));
+  EXPECT_TRUE(Hub::isFinished(s(), hub->now()));
+}
+
+TEST_F(AdapterTest, BadPayloadsAndNotifications) {
+  auto missing = send({{"hook_event_name", "Stop"}});
+  EXPECT_THAT(missing->replies, ElementsAre(""));
+  EXPECT_TRUE(hub->sessions().empty());
+
+  auto note = claude("Notification", {{"notification_type", "permission_prompt"}, {"message", ""}});
+  EXPECT_THAT(note->replies, ElementsAre(""));
+  EXPECT_EQ(s().pending->id, "claude:s1:note");
+  EXPECT_EQ(s().pending->as<Pending::Elsewhere>()->what, "Needs your input");
+  EXPECT_EQ(s().mood, Mood::waiting);
+  claude("Notification", {{"notification_type", "idle_prompt"}, {"message", "x"}});
+  EXPECT_EQ(s().pending->as<Pending::Elsewhere>()->what, "Needs your input");
+
+  hub->dismiss("claude:s1");
+  EXPECT_TRUE(hub->visible().empty());
+  loop.advance(1);
+  claude("PreCompact");  // any event brings a dismissed session back
+  EXPECT_EQ(hub->visible().size(), 1u);
+  EXPECT_EQ(s().activity, "Compacting");
+
+  defaults.set("replyWindow", 0);
+  auto stop = claude("Stop");
+  EXPECT_THAT(stop->replies, ElementsAre(""));
+  EXPECT_EQ(s().activity, "Finished");
+  defaults.set("replyWindow", 15);
+  auto looping = claude("Stop", {{"stop_hook_active", true}});
+  EXPECT_THAT(looping->replies, ElementsAre(""));
+}
+
+TEST_F(AdapterTest, CursorTurnThroughStop) {
+  auto cursor = [&](const std::string& hook, Json extra = Json::object()) {
+    extra["hook_event_name"] = hook;
+    extra["_agent"] = "cursor";
+    extra["conversation_id"] = "c1";
+    extra["workspace_roots"] = {"/w/site"};
+    return send(extra);
+  };
+  cursor("beforeSubmitPrompt", {{"prompt", "Add a footer"}, {"model", "gpt-5"}});
+  const std::string key = "cursor:c1";
+  EXPECT_EQ(s(key).title, "Add a footer");
+  EXPECT_EQ(s(key).root, "/w/site");
+  EXPECT_EQ(s(key).stats.model, "gpt-5");
+  auto shell = cursor("afterShellExecution", {{"command", "npm run build"}});
+  EXPECT_THAT(shell->replies, ElementsAre(""));
+  EXPECT_EQ(s(key).tools.back(), (ToolLine{"Running npm run build", false, false}));
+  cursor("afterMCPExecution", {{"mcp_server_name", "github"},
+                               {"tool_name", "create_issue"},
+                               {"tool_input", "{\"title\":\"x\"}"}});
+  EXPECT_EQ(s(key).tools.back().label, "github · create_issue");
+  cursor("afterAgentResponse", {{"text", "Footer added."}});
+
+  auto stop = cursor("stop", {{"status", "completed"}, {"loop_count", 0}});
+  ASSERT_TRUE(stop->held);
+  EXPECT_EQ(s(key).pending->as<Pending::Reply>()->lastMessage, "Footer added.");
+  hub->sendReply(key, "make it blue");
+  EXPECT_THAT(stop->replies, ElementsAre(R"({"followup_message":"make it blue"})"));
+
+  auto looped = cursor("stop", {{"loop_count", 1}});
+  EXPECT_THAT(looped->replies, ElementsAre(""));
+  auto aborted = cursor("stop", {{"status", "error"}});
+  EXPECT_THAT(aborted->replies, ElementsAre(""));
+  EXPECT_EQ(s(key).mood, Mood::idle);
+  EXPECT_EQ(s(key).activity, "Stopped with an error");
+}
+
+TEST_F(AdapterTest, OtherAgentsNormalised) {
+  send({{"_agent", "gemini"},
+        {"hook_event_name", "BeforeAgent"},
+        {"session_id", "g"},
+        {"prompt", "Plot it"}});
+  send({{"_agent", "gemini"},
+        {"hook_event_name", "BeforeTool"},
+        {"session_id", "g"},
+        {"tool_name", "Read"},
+        {"tool_input", {{"file_path", "/d/data.csv"}}}});
+  EXPECT_EQ(s("gemini:g").activity, "Reading data.csv");
+  auto stop = send({{"_agent", "gemini"},
+                    {"hook_event_name", "AfterAgent"},
+                    {"session_id", "g"},
+                    {"prompt_response", "Done: plot.png"}});
+  ASSERT_TRUE(stop->held);
+  hub->sendReply("gemini:g", "bigger");
+  EXPECT_EQ(Json::parse(stop->replies.at(0))["decision"], "deny");
+
+  send({{"_agent", "windsurf"},
+        {"agent_action_name", "pre_run_command"},
+        {"trajectory_id", "w"},
+        {"tool_info", {{"command_line", "make lint"}, {"cwd", "/w"}}}});
+  EXPECT_EQ(s("windsurf:w").activity, "Running make lint");
+  send({{"_agent", "windsurf"},
+        {"agent_action_name", "pre_write_code"},
+        {"trajectory_id", "w"},
+        {"tool_info", {{"file_path", "/w/a.py"}}}});
+  EXPECT_EQ(s("windsurf:w").tally.back().tool, "Edit");
+  auto windsurfStop = send({{"_agent", "windsurf"},
+                            {"agent_action_name", "post_cascade_response"},
+                            {"trajectory_id", "w"}});
+  EXPECT_THAT(windsurfStop->replies, ElementsAre(""));  // Windsurf cannot take a reply
+  EXPECT_EQ(s("windsurf:w").mood, Mood::done);
+
+  send({{"_agent", "copilot"},
+        {"hook_event_name", "preToolUse"},
+        {"sessionId", "k"},
+        {"toolName", "bash"},
+        {"toolArgs", "{\"command\":\"ls\"}"}});
+  EXPECT_EQ(s("copilot:k").tally.at(0).tool, "bash");
+
+  auto perm = send({{"_agent", "opencode"}, {"event", "permission"}, {"sessionID", "o"}});
+  EXPECT_THAT(perm->replies, ElementsAre(""));
+  EXPECT_EQ(s("opencode:o").pending->as<Pending::Elsewhere>()->what, "Needs your input");
+
+  auto droid = send({{"_agent", "droid"}, {"hook_event_name", "Stop"}, {"session_id", "d"}});
+  ASSERT_TRUE(droid->held);
+  hub->sendReply("droid:d", "go on");
+  EXPECT_EQ(Json::parse(droid->replies.at(0))["decision"], "block");
+
+  size_t before = hub->sessions().size();
+  auto unknown = send({{"_agent", "gemini"}, {"hook_event_name", "Mystery"}, {"session_id", "z"}});
+  EXPECT_THAT(unknown->replies, ElementsAre(""));
+  EXPECT_EQ(hub->sessions().size(), before);
+}
