@@ -1,17 +1,139 @@
-// The vantler executable. For now it prints the demonstration hub's snapshot.
+// The vantler command: the daemon, and commands that talk to a running instance.
 
 #include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
 
-#include "core/defaults.h"
-#include "core/fake_loop.h"
-#include "core/hub.h"
-#include "core/linux_glib_loop.h"
+#include "app/client.h"
+#include "app/daemon.h"
+#include "bridge/linux_bridge.h"
+#include "core/files.h"
+#include "core/json.h"
+#include "version.h"
 
-int main() {
-  GLibLoop loop;
-  Defaults defaults;
-  Hub hub(loop, defaults, {}, HubOptions{{}, std::nullopt, false});
-  hub.loadDemo();
-  std::puts(hub.snapshot().dump(2).c_str());
-  return 0;
+namespace {
+
+struct Command {
+  const char* name;
+  const char* usage;
+  const char* help;
+};
+
+constexpr Command kCommands[] = {
+    {"daemon", "vantler daemon [--replace]",
+     "Runs Vantler without a window: follows agent sessions, holds their requests and serves\n"
+     "the commands below. Ctrl-C stops it. --replace stops an instance already running.\n"
+     "Environment: VANTLER_DEMO=1 adds demonstration sessions; VANTLER_DEBUG_ANSWER=<text>\n"
+     "answers every request 1.2 s after it arrives (allow, deny, or the text as a reply)."},
+    {"state", "vantler state", "Prints the current state of every shown session as JSON."},
+    {"allow", "vantler allow <session-id>", "Allows the session's open permission request."},
+    {"deny", "vantler deny <session-id>", "Denies the session's open permission request."},
+    {"answer", "vantler answer <session-id> <answer>...",
+     "Answers the session's questions, one argument per question in order. Several choices\n"
+     "for one question go in one argument, joined by \", \"."},
+    {"reply", "vantler reply <session-id> <text>",
+     "Sends the text to an agent that finished its turn, as the user's next message."},
+    {"release", "vantler release <session-id>",
+     "Lets go of the session's request: the agent asks in its own window instead."},
+    {"dismiss", "vantler dismiss <session-id>",
+     "Lets go of the session's request and hides the session until something new happens."},
+};
+
+void usage(FILE* out) {
+  std::fprintf(out, "Vantler %s: a companion for AI coding agents.\n\nUsage:\n", Version::kVersion);
+  for (const Command& c : kCommands) std::fprintf(out, "  %s\n", c.usage);
+  std::fprintf(out,
+               "  vantler --version\n\nRun 'vantler <command> --help' for details. Session ids "
+               "are shown by 'vantler state'\n(for example claude:0b6f…).\n");
+}
+
+const Command* find(const std::string& name) {
+  for (const Command& c : kCommands)
+    if (name == c.name) return &c;
+  return nullptr;
+}
+
+int notRunning(const std::string& socket) {
+  std::fprintf(stderr,
+               "vantler: Vantler is not running (nothing listens on %s).\n"
+               "Start it with 'vantler daemon'.\n",
+               socket.c_str());
+  return 1;
+}
+
+// Sends a command to the running instance and reports its answer.
+int send(const Json& command) {
+  const std::string socket = Bridge::socketPath(Files::home());
+  Client::Result r = Client::exchange(socket, JsonField::compact({{"_command", command}}));
+  if (!r.connected) return notRunning(socket);
+  Json answer = JsonField::parse(r.answer);
+  if (JsonField::boolean(answer, "ok")) return 0;
+  std::string error = JsonField::str(answer, "error", "no answer from Vantler");
+  std::fprintf(stderr, "vantler: %s\n", error.c_str());
+  return 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::vector<std::string> args(argv + 1, argv + argc);
+  if (args.empty() || args[0] == "--help" || args[0] == "-h" || args[0] == "help") {
+    usage(stdout);
+    return args.empty() ? 2 : 0;
+  }
+  if (args[0] == "--version") {
+    std::printf("vantler %s (%s)\n", Version::kVersion, Version::kRevision);
+    return 0;
+  }
+  const Command* command = find(args[0]);
+  if (!command) {
+    std::fprintf(stderr, "vantler: unknown command '%s'\n\n", args[0].c_str());
+    usage(stderr);
+    return 2;
+  }
+  for (size_t i = 1; i < args.size(); ++i) {
+    if (args[i] == "--help" || args[i] == "-h") {
+      std::printf("Usage: %s\n\n%s\n", command->usage, command->help);
+      return 0;
+    }
+  }
+  auto wrongUsage = [&] {
+    std::fprintf(stderr, "Usage: %s\n", command->usage);
+    return 2;
+  };
+  const std::string name = command->name;
+
+  if (name == "daemon") {
+    Daemon::Options options;
+    for (size_t i = 1; i < args.size(); ++i) {
+      if (args[i] == "--replace")
+        options.replace = true;
+      else
+        return wrongUsage();
+    }
+    return Daemon::run(options);
+  }
+  if (name == "state") {
+    if (args.size() != 1) return wrongUsage();
+    const std::string socket = Bridge::socketPath(Files::home());
+    Client::Result r = Client::exchange(socket, R"({"_query":"state"})");
+    if (!r.connected) return notRunning(socket);
+    std::fputs(r.answer.c_str(), stdout);
+    return 0;
+  }
+  if (args.size() < 2) return wrongUsage();
+  Json cmd = {{"type", name}, {"id", args[1]}};
+  if (name == "answer") {
+    if (args.size() < 3) return wrongUsage();
+    cmd["answers"] = std::vector<std::string>(args.begin() + 2, args.end());
+  } else if (name == "reply") {
+    if (args.size() < 3) return wrongUsage();
+    std::string text = args[2];
+    for (size_t i = 3; i < args.size(); ++i) text += " " + args[i];
+    cmd["text"] = text;
+  } else if (args.size() != 2) {
+    return wrongUsage();
+  }
+  return send(cmd);
 }

@@ -1,0 +1,107 @@
+#include "app/daemon.h"
+
+#include <glib-unix.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <thread>
+
+#include "bridge/control.h"
+#include "bridge/linux_bridge.h"
+#include "core/defaults.h"
+#include "core/files.h"
+#include "core/hub.h"
+#include "core/linux_glib_loop.h"
+
+namespace Daemon {
+namespace {
+
+std::optional<pid_t> runningPid(const std::string& home) {
+  auto text = Files::read(pidPath(home));
+  if (!text) return std::nullopt;
+  long pid = std::strtol(text->c_str(), nullptr, 10);
+  if (pid <= 1 || pid == ::getpid()) return std::nullopt;
+  if (::kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH) return std::nullopt;
+  // A recycled pid is not ours unless its command line is vantler's.
+  auto cmdline = Files::read("/proc/" + std::to_string(pid) + "/cmdline");
+  if (!cmdline || cmdline->find("vantler") == std::string::npos) return std::nullopt;
+  return static_cast<pid_t>(pid);
+}
+
+// Stops an older instance: SIGTERM, then SIGKILL after 1.2 s.
+void terminate(pid_t pid) {
+  ::kill(pid, SIGTERM);
+  for (int i = 0; i < 24; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    if (::kill(pid, 0) != 0) return;
+  }
+  ::kill(pid, SIGKILL);
+}
+
+void raiseFileLimit() {
+  rlimit lim{};
+  if (::getrlimit(RLIMIT_NOFILE, &lim) == 0 && lim.rlim_cur < lim.rlim_max) {
+    lim.rlim_cur = lim.rlim_max;
+    ::setrlimit(RLIMIT_NOFILE, &lim);
+  }
+}
+
+}  // namespace
+
+std::string pidPath(const std::string& home) {
+  return Bridge::runDir(home) + "/vantler.pid";
+}
+
+int run(const Options& options) {
+  ::signal(SIGPIPE, SIG_IGN);
+  raiseFileLimit();
+  const std::string home = Files::home();
+
+  if (auto older = runningPid(home)) {
+    if (!options.replace) {
+      std::fprintf(stderr,
+                   "vantler: already running (pid %d). Use 'vantler daemon --replace' to take "
+                   "over.\n",
+                   static_cast<int>(*older));
+      return 1;
+    }
+    terminate(*older);
+  }
+
+  GLibLoop loop;
+  Defaults defaults;
+  HubOptions hubOptions{home, std::nullopt, true};
+  if (const char* answer = std::getenv("VANTLER_DEBUG_ANSWER"); answer && *answer)
+    hubOptions.debugAnswer = answer;
+  Hub hub(loop, defaults, {}, hubOptions);
+  hub.restoreRecent();
+  if (const char* demo = std::getenv("VANTLER_DEMO"); demo && *demo) hub.loadDemo();
+
+  Bridge bridge(hub, home, [&hub](const Json& command) { return Control::handle(hub, command); });
+  if (!bridge.start()) return 1;
+  Files::writeAtomic(pidPath(home), std::to_string(::getpid()) + "\n", 0600);
+  std::fprintf(stderr, "vantler: listening on %s\n", bridge.path().c_str());
+
+  auto quit = +[](gpointer data) -> gboolean {
+    static_cast<GLibLoop*>(data)->quit();
+    return G_SOURCE_CONTINUE;
+  };
+  guint intSource = g_unix_signal_add(SIGINT, quit, &loop);
+  guint termSource = g_unix_signal_add(SIGTERM, quit, &loop);
+  loop.run();
+  g_source_remove(intSource);
+  g_source_remove(termSource);
+
+  bridge.stop();
+  if (auto text = Files::read(pidPath(home));
+      text && std::strtol(text->c_str(), nullptr, 10) == ::getpid())
+    ::unlink(pidPath(home).c_str());
+  std::fprintf(stderr, "vantler: stopped\n");
+  return 0;
+}
+
+}  // namespace Daemon

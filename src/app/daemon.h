@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string>
+
+namespace Daemon {
+
+struct Options {
+  bool replace = false;  // stop an instance that is already running
+};
+
+// Runs the hub, the hook socket and the timers without a window until SIGINT or SIGTERM.
+int run(const Options& options);
+
+// The pid file of the running instance, in the run directory.
+std::string pidPath(const std::string& home);
+
+}  // namespace Daemon
