@@ -7,7 +7,10 @@ BENCH_BUILD ?= build-bench
 JOBS ?= $(shell nproc)
 CMAKE_GEN := -G Ninja
 
-.PHONY: all deps build run test test-native test-web bench format clean
+FUZZ_BUILD ?= build-fuzz
+FUZZ_SECONDS ?= 30
+
+.PHONY: all deps build run test test-native test-web fuzz bench format clean
 
 all: build
 
@@ -22,6 +25,7 @@ run: build
 	./$(BUILD)/vantler $(ARGS)
 
 test: test-native test-web
+	@$(MAKE) --no-print-directory fuzz FUZZ_SECONDS=20
 
 test-native:
 	@scripts/deps.sh test
@@ -32,6 +36,16 @@ test-native:
 
 test-web:
 	@if [ -x scripts/test-web.sh ]; then scripts/test-web.sh; fi
+
+# libFuzzer with ASan/UBSan over the hook line protocol, for FUZZ_SECONDS.
+fuzz:
+	@scripts/deps.sh test
+	@CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=Debug \
+	  -DVANTLER_SANITIZE=ON -DVANTLER_FUZZ=ON -DVANTLER_TESTS=OFF >/dev/null
+	@cmake --build $(FUZZ_BUILD) -j $(JOBS) --target fuzz_router
+	@mkdir -p $(FUZZ_BUILD)/corpus && cp tests/fixtures/*.json* $(FUZZ_BUILD)/corpus/ 2>/dev/null || true
+	@$(FUZZ_BUILD)/fuzz_router -max_total_time=$(FUZZ_SECONDS) -max_len=8192 -print_final_stats=1 \
+	  $(FUZZ_BUILD)/corpus 2>&1 | tail -n 12
 
 bench:
 	@scripts/deps.sh build

@@ -1,0 +1,135 @@
+#pragma once
+// Starting the real executables from tests: a child with its own environment, stdin fed from a
+// string, and stdout/stderr collected.
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <map>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+extern char** environ;
+
+class Process {
+ public:
+  // Starts `argv` with the current environment plus `env` (which overrides).
+  Process(std::vector<std::string> argv, const std::map<std::string, std::string>& env,
+          const std::string& input = "", bool closeInput = true) {
+    int in[2], out[2], err[2];
+    if (::pipe2(in, O_CLOEXEC) || ::pipe2(out, O_CLOEXEC) || ::pipe2(err, O_CLOEXEC)) return;
+    std::vector<std::string> envStrings;
+    for (char** e = environ; *e; ++e) {
+      std::string kv = *e;
+      if (!env.count(kv.substr(0, kv.find('=')))) envStrings.push_back(kv);
+    }
+    for (const auto& [k, v] : env) envStrings.push_back(k + "=" + v);
+    pid_ = ::fork();
+    if (pid_ == 0) {
+      ::dup2(in[0], 0);
+      ::dup2(out[1], 1);
+      ::dup2(err[1], 2);
+      std::vector<char*> args, envp;
+      for (auto& a : argv) args.push_back(a.data());
+      args.push_back(nullptr);
+      for (auto& e : envStrings) envp.push_back(e.data());
+      envp.push_back(nullptr);
+      ::execve(args[0], args.data(), envp.data());
+      ::_exit(127);
+    }
+    ::close(in[0]);
+    ::close(out[1]);
+    ::close(err[1]);
+    stdin_ = in[1];
+    stdout_ = out[0];
+    stderr_ = err[0];
+    ::fcntl(stdout_, F_SETFL, O_NONBLOCK);
+    ::fcntl(stderr_, F_SETFL, O_NONBLOCK);
+    if (!input.empty()) writeInput(input);
+    if (closeInput) closeStdin();
+  }
+  ~Process() {
+    if (pid_ > 0 && !status_) {
+      ::kill(pid_, SIGKILL);
+      ::waitpid(pid_, nullptr, 0);
+    }
+    for (int fd : {stdin_, stdout_, stderr_})
+      if (fd >= 0) ::close(fd);
+  }
+  Process(const Process&) = delete;
+  Process& operator=(const Process&) = delete;
+
+  void writeInput(const std::string& data) {
+    for (size_t done = 0; done < data.size();) {
+      ssize_t n = ::write(stdin_, data.data() + done, data.size() - done);
+      if (n <= 0) break;
+      done += static_cast<size_t>(n);
+    }
+  }
+  void closeStdin() {
+    if (stdin_ >= 0) ::close(stdin_);
+    stdin_ = -1;
+  }
+
+  // Waits for the exit, collecting output; nothing when it is still running after `seconds`.
+  std::optional<int> wait(double seconds = 10) {
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+    while (!status_) {
+      drain();
+      int st = 0;
+      pid_t r = ::waitpid(pid_, &st, WNOHANG);
+      if (r == pid_) {
+        status_ = WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
+        break;
+      }
+      if (std::chrono::steady_clock::now() > deadline) return std::nullopt;
+      pollfd p[2] = {{stdout_, POLLIN, 0}, {stderr_, POLLIN, 0}};
+      ::poll(p, 2, 5);
+    }
+    drain();
+    return status_;
+  }
+  bool running() {
+    drain();
+    if (status_) return false;
+    int st = 0;
+    if (::waitpid(pid_, &st, WNOHANG) == pid_) {
+      status_ = WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
+      return false;
+    }
+    return true;
+  }
+  void signal(int sig) { ::kill(pid_, sig); }
+  pid_t pid() const { return pid_; }
+  const std::string& out() {
+    drain();
+    return out_;
+  }
+  const std::string& err() {
+    drain();
+    return err_;
+  }
+
+ private:
+  void drain() {
+    char buf[65536];
+    for (auto [fd, dst] : {std::pair{stdout_, &out_}, std::pair{stderr_, &err_}}) {
+      for (;;) {
+        ssize_t n = ::read(fd, buf, sizeof buf);
+        if (n <= 0) break;
+        dst->append(buf, static_cast<size_t>(n));
+      }
+    }
+  }
+
+  pid_t pid_ = -1;
+  int stdin_ = -1, stdout_ = -1, stderr_ = -1;
+  std::string out_, err_;
+  std::optional<int> status_;
+};
