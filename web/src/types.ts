@@ -1,0 +1,115 @@
+// Shapes of the messages the native side pushes into the page and of the
+// commands the page posts back. Every incoming object goes through
+// `normalizeSnapshot` first, so components can rely on these types.
+
+export type Mood = 'idle' | 'done' | 'working' | 'waiting';
+export type Pose = 'sleep' | 'idle' | 'success' | 'error' | 'write' | 'think' | 'alert' | 'listen';
+export type AgentId =
+  | 'claude' | 'codex' | 'cursor' | 'gemini' | 'droid' | 'opencode' | 'copilot' | 'windsurf';
+
+export interface ToolLine { label: string; running: boolean; failed: boolean }
+export interface Tally { tool: string; detail: string; count: number; kind: string }
+
+export interface Stats {
+  cost: number;
+  model?: string;
+  context?: number;
+  contextTokens?: number;
+  turnStarted?: number;
+  turnEnd?: number;
+}
+
+export interface Choice { label: string; detail: string }
+export interface Question { header: string; text: string; multi: boolean; options: Choice[] }
+
+interface PendingBase { id: string; engaged: boolean; since: number }
+export interface PermissionPending extends PendingBase { kind: 'permission'; title: string; detail: string; tool: string }
+export interface QuestionsPending extends PendingBase { kind: 'questions'; questions: Question[] }
+export interface ReplyPending extends PendingBase { kind: 'reply'; message: string; expires: number; window: number }
+export interface ElsewherePending extends PendingBase { kind: 'elsewhere'; title: string }
+export type Pending = PermissionPending | QuestionsPending | ReplyPending | ElsewherePending;
+
+export interface PullRequest { number: number; title: string; state: string; checks: string; url: string }
+
+export interface Session {
+  id: string;
+  agent: string;
+  color: number;
+  title: string;
+  project: string;
+  mood: Mood;
+  activity: string;
+  updated: number;
+  tools: ToolLine[];
+  phase: string;
+  turnCalls: number;
+  tally: Tally[];
+  branch?: string;
+  host?: string;
+  family: string;
+  pose: Pose;
+  stats: Stats;
+  pending?: Pending;
+  pr?: PullRequest;
+}
+
+export interface Integration { id: string; label: string; available: boolean; installed: boolean }
+
+export interface Settings {
+  shape: string;
+  replyWindow: number;
+  hideAfter: number;
+  autoOpen: boolean;
+  openAtLogin: boolean;
+  autoUpdate: boolean;
+  optionTap: boolean;
+  optionTapReady: boolean;
+  glass: boolean;
+  theme: string;
+  hooksInstalled: boolean;
+  cursorInstalled: boolean;
+  cursorAvailable: boolean;
+  version: string;
+  openKey: unknown;
+  talkKey: unknown;
+  integrations: Integration[];
+}
+
+export interface Geo {
+  notchWidth: number;
+  strip: number;
+  shape: 'notch' | 'pill';
+  stageWidth: number;
+  stageHeight: number;
+  away: boolean;
+  anchor: 'top' | 'bottom';
+  dragging: boolean;
+  dx: number;
+  edge: string;
+  glass: boolean;
+  glassAvailable: boolean;
+  theme: 'light' | 'dark' | '';
+}
+
+export interface Snapshot {
+  open: boolean;
+  sessions: Session[];
+  selected: string | null;
+  focus: string | null;
+  queue: string[];
+  canUndo: boolean;
+  settings: Settings;
+  now: number;
+  flash?: string;
+  prNews?: { id: string; kind: string };
+  geo: Geo;
+  trace: boolean;
+}
+
+export interface Usage { today: number; models: { model: string; cost: number; tokens: number }[] }
+
+export type TalkState = 'off' | 'listening' | 'polishing' | 'done' | 'copied' | 'error';
+export interface Talk { state: TalkState; text: string; level: number; hold: boolean }
+
+/** A command posted to the native side (see `post` in bridge.ts). */
+export type Command = { type: string } & Record<string, unknown>;
