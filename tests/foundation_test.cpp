@@ -8,6 +8,7 @@
 
 #include "core/files.h"
 #include "core/hot_key.h"
+#include "core/json_writer.h"
 #include "core/linux_glib_loop.h"
 #include "core/prefs.h"
 #include "test_support.h"
@@ -170,4 +171,35 @@ TEST(HotKey, LabelsAndPacking) {
   EXPECT_EQ(HotKey::code("KeyZ"), 6u);
   HotKey::Combo c{17, 0x1800};
   EXPECT_EQ(HotKey::Combo::unpack(c.packed()), c);
+}
+
+TEST(JsonWriter, EscapesLikeAParserExpectsAndRepairsBadUtf8) {
+  const std::string tricky =
+      std::string("plain text that is long enough for blocks \"q\" \\ / \n\r\t\b\f") + '\x01' +
+      "\x1f é 漢字 🙂" + "\xff\xc3" + "tail \xe2\x82";
+  JsonWriter w;
+  w.beginObject()
+      .field("s", tricky)
+      .field("n", 0.1)
+      .field("i", int64_t{-42})
+      .field("b", false)
+      .key("list")
+      .beginArray()
+      .null()
+      .raw("{\"x\":1}")
+      .beginObject()
+      .endObject()
+      .endArray()
+      .endObject();
+  Json parsed = Json::parse(w.text());
+  std::string expected = tricky;
+  for (auto [bad, good] :
+       {std::pair<std::string, std::string>{"\xff\xc3", "\xEF\xBF\xBD\xEF\xBF\xBD"},
+        {"\xe2\x82", "\xEF\xBF\xBD\xEF\xBF\xBD"}})
+    expected.replace(expected.find(bad), bad.size(), good);
+  EXPECT_EQ(parsed["s"], expected);
+  EXPECT_EQ(parsed["n"], 0.1);
+  EXPECT_EQ(parsed["i"], -42);
+  EXPECT_EQ(parsed["list"], Json::parse(R"([null,{"x":1},{}])"));
+  EXPECT_EQ(w.text().find('\n'), std::string::npos);
 }

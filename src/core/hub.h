@@ -118,6 +118,8 @@ class Hub {
   const std::unordered_map<std::string, Date>& tucked() const { return tucked_; }
   // Last event per Cursor conversation.
   std::unordered_map<std::string, std::string>& cursorLast() { return cursorLast_; }
+  // The snapshot as compact JSON text (what is pushed), and parsed.
+  std::string snapshotText() const;
   Json snapshot() const;
 
   // Demonstration sessions for the demo mode and the page's development.
@@ -140,6 +142,7 @@ class Hub {
   void saveTucked();
   void loadTucked();
   bool isVisible(const Session& s, Date now, int64_t hideAfterMinutes) const;
+  static const Session* focusAmong(const std::vector<const Session*>& shown, Date now);
   void prChanged(const std::string& root, const std::string& kind);
   // Queues a task that does nothing once the hub is gone.
   void later(double seconds, std::function<void(Hub&)> task);

@@ -1,45 +1,47 @@
 // The snapshot the panel draws from, rebuilt whole on every push.
 
 #include "core/hub.h"
+#include "core/json_writer.h"
 #include "core/prefs.h"
 
-Json Hub::snapshot() const {
+std::string Hub::snapshotText() const {
   const Date t = now();
   const int64_t replyWindow = Prefs::replyWindow(defaults_);
   std::vector<const Session*> shown = visible();
   std::vector<const Session*> waiting = queue();
-  const Session* fallback = focus();
+  const Session* fallback = focusAmong(shown, t);
 
-  Json sessions = Json::array();
-  for (const Session* s : shown) {
-    Json one = s->json(t, replyWindow);
-    if (const PullRequest* pr = ports_.github->find(s->root)) one["pr"] = pr->json();
-    sessions.push_back(std::move(one));
+  // The shown session: the user's pick while it is visible, else the oldest request, else the
+  // fallback.
+  const Session* selected = nullptr;
+  if (selected_) {
+    for (const Session* s : shown)
+      if (s->id == *selected_) selected = s;
   }
-  Json queueIds = Json::array();
-  for (const Session* s : waiting) queueIds.push_back(s->id);
+  if (!selected) selected = waiting.empty() ? fallback : waiting.front();
 
-  Json selectedId = nullptr;
-  if (selected_ && std::any_of(shown.begin(), shown.end(),
-                               [&](const Session* s) { return s->id == *selected_; })) {
-    selectedId = *selected_;
-  } else if (!waiting.empty()) {
-    selectedId = waiting.front()->id;
-  } else if (fallback) {
-    selectedId = fallback->id;
-  }
+  JsonWriter w(2048 + shown.size() * 1280);
+  w.beginObject().field("open", isOpen_);
+  w.key("sessions").beginArray();
+  for (const Session* s : shown) s->write(w, t, replyWindow, ports_.github->find(s->root));
+  w.endArray();
+  w.key("selected");
+  selected ? w.string(selected->id) : w.null();
+  w.key("focus");
+  fallback ? w.string(fallback->id) : w.null();
+  w.key("queue").beginArray();
+  for (const Session* s : waiting) w.string(s->id);
+  w.endArray();
+  w.field("canUndo", !cleared_.empty());
+  w.key("settings").raw(JsonField::compact(Prefs::json(defaults_)));
+  w.field("now", millis(t));
+  if (flash_ && flash_->until > t) w.field("flash", flash_->id);
+  if (prNews_ && prNews_->until > t)
+    w.key("prNews").beginObject().field("id", prNews_->id).field("kind", prNews_->kind).endObject();
+  w.endObject();
+  return w.take();
+}
 
-  Json out = {
-      {"open", isOpen_},
-      {"sessions", std::move(sessions)},
-      {"selected", std::move(selectedId)},
-      {"focus", fallback ? Json(fallback->id) : Json(nullptr)},
-      {"queue", std::move(queueIds)},
-      {"canUndo", !cleared_.empty()},
-      {"settings", Prefs::json(defaults_)},
-      {"now", millis(t)},
-  };
-  if (flash_ && flash_->until > t) out["flash"] = flash_->id;
-  if (prNews_ && prNews_->until > t) out["prNews"] = {{"id", prNews_->id}, {"kind", prNews_->kind}};
-  return out;
+Json Hub::snapshot() const {
+  return Json::parse(snapshotText());
 }

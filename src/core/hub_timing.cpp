@@ -40,10 +40,13 @@ std::vector<const Session*> Hub::queue() const {
 // then done, then idle), and among equals the one with the latest event; the earlier in the
 // list wins a full tie.
 const Session* Hub::focus() const {
-  const Date t = now();
+  return focusAmong(visible(), now());
+}
+
+const Session* Hub::focusAmong(const std::vector<const Session*>& shown, Date t) {
   const Session* best = nullptr;
   Mood bestMood = Mood::idle;
-  for (const Session* s : visible()) {
+  for (const Session* s : shown) {
     Mood m = s->shownMood(t);
     if (!best || m > bestMood || (m == bestMood && s->updated > best->updated)) {
       best = s;

@@ -25,7 +25,6 @@ struct PullRequest {
   std::string state;   // "OPEN", "MERGED", "CLOSED"
   std::string checks;  // "pass", "fail", "pending" or empty
   std::string url;
-  Json json() const;
 };
 
 class PullRequests {

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdlib>
 
+#include "core/json_writer.h"
 #include "core/ports.h"
 #include "core/text.h"
 #include "core/tool_text.h"
@@ -125,9 +126,19 @@ std::string_view Session::pose(Date now) const {
       return now - *finishedAt < 30 ? "success" : "idle";
     case Mood::working: {
       if (!tools.empty() && tools.back().failed) return "error";
-      std::string lower = Text::lower(activity);
+      // The prefixes are ASCII, so comparing ASCII-folded bytes is the same test as
+      // comparing the lower-cased text, without converting it.
+      auto startsFolded = [&](std::string_view prefix) {
+        if (activity.size() < prefix.size()) return false;
+        for (size_t i = 0; i < prefix.size(); ++i) {
+          char c = activity[i];
+          if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+          if (c != prefix[i]) return false;
+        }
+        return true;
+      };
       for (std::string_view p : {"editing", "writing", "creating"})
-        if (lower.starts_with(p)) return "write";
+        if (startsFolded(p)) return "write";
       return "think";
     }
     case Mood::waiting:
@@ -195,10 +206,6 @@ std::string Session::projectRoot(const std::string& path, const std::string& hom
   return path;
 }
 
-Json PullRequest::json() const {
-  return {{"number", number}, {"title", title}, {"state", state}, {"checks", checks}, {"url", url}};
-}
-
 namespace Jump {
 std::optional<std::string> hostName(const Session& session) {
   if (session.agent == Agent::cursor) return "Cursor";
@@ -211,94 +218,120 @@ std::optional<std::string> hostName(const Session& session) {
 
 namespace {
 
-Json pendingJson(const Pending& p, int64_t replyWindowSeconds) {
-  Json out = {
-      {"id", p.id}, {"engaged", p.engaged}, {"since", millis(p.since)}, {"kind", p.kindName()}};
+void writePending(JsonWriter& w, const Pending& p, int64_t replyWindowSeconds) {
+  w.beginObject()
+      .field("id", p.id)
+      .field("engaged", p.engaged)
+      .field("since", millis(p.since))
+      .field("kind", p.kindName());
   if (auto* perm = p.as<Pending::Permission>()) {
-    out["title"] = perm->title;
-    out["detail"] = perm->detail;
-    out["tool"] = perm->tool;
+    w.field("title", perm->title).field("detail", perm->detail).field("tool", perm->tool);
   } else if (auto* qs = p.as<Pending::Questions>()) {
-    Json list = Json::array();
+    w.key("questions").beginArray();
     for (const Question& q : qs->questions) {
-      Json options = Json::array();
-      for (const auto& o : q.options) options.push_back({{"label", o.label}, {"detail", o.detail}});
-      list.push_back({{"header", q.header},
-                      {"text", q.text},
-                      {"multi", q.multi},
-                      {"options", std::move(options)}});
+      w.beginObject().field("header", q.header).field("text", q.text).field("multi", q.multi);
+      w.key("options").beginArray();
+      for (const auto& o : q.options)
+        w.beginObject().field("label", o.label).field("detail", o.detail).endObject();
+      w.endArray().endObject();
     }
-    out["questions"] = std::move(list);
+    w.endArray();
   } else if (auto* r = p.as<Pending::Reply>()) {
-    out["message"] = r->lastMessage;
-    out["expires"] = millis(r->expires);
-    out["window"] = replyWindowSeconds * 1000;
+    w.field("message", r->lastMessage)
+        .field("expires", millis(r->expires))
+        .field("window", replyWindowSeconds * 1000);
   } else if (auto* e = p.as<Pending::Elsewhere>()) {
-    out["title"] = e->what;
+    w.field("title", e->what);
   }
-  return out;
+  w.endObject();
 }
 
-Json statsJson(const Session& s) {
-  Json out = {{"cost", s.stats.cost}};
+void writeStats(JsonWriter& w, const Session& s) {
+  w.beginObject().field("cost", s.stats.cost);
   if (s.stats.model) {
     const std::string& model = *s.stats.model;
-    out["model"] = s.agent == Agent::claude ? Pricing::label(model) : model;
+    w.field("model", s.agent == Agent::claude ? Pricing::label(model) : model);
     int64_t window = s.stats.contextWindow;
     if (window <= 0) {
       if (auto rate = Pricing::rate(model); rate && rate->window > 0) window = rate->window;
     }
     if (s.stats.contextTokens > 0 && window > 0) {
-      out["context"] = static_cast<double>(s.stats.contextTokens) / static_cast<double>(window);
-      out["contextTokens"] = s.stats.contextTokens;
+      w.field("context", static_cast<double>(s.stats.contextTokens) / static_cast<double>(window));
+      w.field("contextTokens", s.stats.contextTokens);
     }
   }
   if (s.turnStarted) {
-    out["turnStarted"] = millis(*s.turnStarted);
-    if (s.finishedAt && *s.finishedAt > *s.turnStarted) out["turnEnd"] = millis(*s.finishedAt);
+    w.field("turnStarted", millis(*s.turnStarted));
+    if (s.finishedAt && *s.finishedAt > *s.turnStarted) w.field("turnEnd", millis(*s.finishedAt));
   }
-  return out;
+  w.endObject();
 }
 
 }  // namespace
 
-Json Session::json(Date now, int64_t replyWindowSeconds) const {
-  Json toolList = Json::array();
-  for (const ToolLine& t : tools)
-    toolList.push_back({{"label", t.label}, {"running", t.running}, {"failed", t.failed}});
+void Session::write(JsonWriter& w, Date now, int64_t replyWindowSeconds,
+                    const PullRequest* pr) const {
+  w.beginObject()
+      .field("id", id)
+      .field("agent", Agents::raw(agent))
+      .field("color", colorIndex)
+      .field("title", headline());
+  std::string project = lastPathComponent(root);
+  w.field("project", project.empty() ? std::string("~") : project)
+      .field("mood", Moods::name(shownMood(now)))
+      .field("activity", activity)
+      .field("updated", millis(updated));
 
+  w.key("tools").beginArray();
+  for (const ToolLine& t : tools)
+    w.beginObject()
+        .field("label", t.label)
+        .field("running", t.running)
+        .field("failed", t.failed)
+        .endObject();
+  w.endArray();
+  w.field("phase", phase).field("turnCalls", turnCalls);
+
+  // The four most recently used tools; equal times keep their order of first use.
   std::vector<const ToolTally*> recent;
   recent.reserve(tally.size());
   for (const ToolTally& t : tally) recent.push_back(&t);
   std::stable_sort(recent.begin(), recent.end(),
                    [](const ToolTally* a, const ToolTally* b) { return a->last > b->last; });
-  Json tallyList = Json::array();
+  w.key("tally").beginArray();
   for (size_t i = 0; i < recent.size() && i < 4; ++i)
-    tallyList.push_back({{"tool", recent[i]->tool},
-                         {"detail", recent[i]->detail},
-                         {"count", recent[i]->count},
-                         {"kind", recent[i]->kind}});
+    w.beginObject()
+        .field("tool", recent[i]->tool)
+        .field("detail", recent[i]->detail)
+        .field("count", recent[i]->count)
+        .field("kind", recent[i]->kind)
+        .endObject();
+  w.endArray();
 
-  std::string project = lastPathComponent(root);
-  Json out = {
-      {"id", id},
-      {"agent", Agents::raw(agent)},
-      {"color", colorIndex},
-      {"title", headline()},
-      {"project", project.empty() ? "~" : project},
-      {"mood", Moods::name(shownMood(now))},
-      {"activity", activity},
-      {"updated", millis(updated)},
-      {"tools", std::move(toolList)},
-      {"phase", phase},
-      {"turnCalls", turnCalls},
-      {"tally", std::move(tallyList)},
-      {"family", family()},
-      {"pose", pose(now)},
-      {"stats", statsJson(*this)},
-  };
-  if (stats.branch) out["branch"] = *stats.branch;
-  if (auto host = Jump::hostName(*this)) out["host"] = *host;
-  if (pending) out["pending"] = pendingJson(*pending, replyWindowSeconds);
-  return out;
+  if (stats.branch) w.field("branch", *stats.branch);
+  if (auto host = Jump::hostName(*this)) w.field("host", *host);
+  w.field("family", family()).field("pose", pose(now));
+  w.key("stats");
+  writeStats(w, *this);
+  if (pending) {
+    w.key("pending");
+    writePending(w, *pending, replyWindowSeconds);
+  }
+  if (pr) {
+    w.key("pr")
+        .beginObject()
+        .field("number", pr->number)
+        .field("title", pr->title)
+        .field("state", pr->state)
+        .field("checks", pr->checks)
+        .field("url", pr->url)
+        .endObject();
+  }
+  w.endObject();
+}
+
+Json Session::json(Date now, int64_t replyWindowSeconds) const {
+  JsonWriter w;
+  write(w, now, replyWindowSeconds, nullptr);
+  return Json::parse(w.text());
 }

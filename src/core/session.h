@@ -11,6 +11,9 @@
 
 #include "core/json.h"
 
+class JsonWriter;
+struct PullRequest;
+
 // Seconds since 1970, as the loop's wall clock reports it.
 using Date = double;
 
@@ -155,7 +158,9 @@ struct Session {
   // The enclosing directory that holds ".git", below `home`; `path` itself when there is none.
   static std::string projectRoot(const std::string& path, const std::string& home);
 
-  // The session object sent to the page.
+  // The session object sent to the page, with the pull request of its project when known.
+  void write(JsonWriter& w, Date now, int64_t replyWindowSeconds,
+             const PullRequest* pr = nullptr) const;
   Json json(Date now, int64_t replyWindowSeconds) const;
 };
 
