@@ -21,8 +21,10 @@ build: deps
 	@cmake -S . -B $(BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVANTLER_TESTS=OFF >/dev/null
 	@cmake --build $(BUILD) -j $(JOBS)
 
+# Starts the daemon in the foreground; Ctrl-C stops it. ARGS="--replace" takes over from a
+# running instance.
 run: build
-	./$(BUILD)/vantler $(ARGS)
+	./$(BUILD)/vantler daemon $(ARGS)
 
 test: test-native test-web
 	@$(MAKE) --no-print-directory fuzz FUZZ_SECONDS=20
@@ -51,7 +53,7 @@ bench:
 	@scripts/deps.sh build
 	@cmake -S . -B $(BENCH_BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=Release -DVANTLER_TESTS=OFF -DVANTLER_BENCH=ON >/dev/null
 	@cmake --build $(BENCH_BUILD) -j $(JOBS)
-	@for b in $(BENCH_BUILD)/bench_*; do echo "== $$b"; $$b --benchmark_min_time=0.2; done
+	@for b in $(BENCH_BUILD)/bench_*; do echo "== $$(basename $$b)"; $$b || exit 1; done
 	@if [ -x scripts/test-web.sh ]; then scripts/test-web.sh bench; fi
 
 format:
