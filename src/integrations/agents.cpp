@@ -1,0 +1,101 @@
+// Every agent by its id, for the command line and the settings panel.
+
+#include "core/files.h"
+#include "core/prefs.h"
+#include "integrations/installers.h"
+
+namespace Integrations {
+namespace {
+
+bool claudeAvailable() {
+  return onPath("claude") || Files::exists(Files::home() + "/.claude");
+}
+
+[[noreturn]] void unknown(std::string_view agent) {
+  throw InstallError("unknown agent \"" + std::string(agent) +
+                     "\" (known: claude, cursor, gemini, droid, copilot, windsurf, opencode)");
+}
+
+// Switches an agent on or off for the settings panel; errors become the handler's message.
+bool toggle(std::string_view agent, std::string_view key, const Json& value, std::string& error) {
+  if (!value.is_boolean()) {
+    error = std::string(key) + " must be true or false";
+    return true;
+  }
+  try {
+    if (value.get<bool>())
+      connect(agent);
+    else
+      disconnect(agent);
+  } catch (const std::exception& e) {
+    error = e.what();
+  }
+  return true;
+}
+
+}  // namespace
+
+std::vector<AgentRow> table() {
+  std::vector<AgentRow> rows;
+  rows.push_back({"claude", "Claude Code", claudeAvailable(), HookInstaller::isInstalled(),
+                  HookInstaller::settingsPath()});
+  rows.push_back({"cursor", "Cursor", CursorHooks::available(), CursorHooks::isInstalled(),
+                  CursorHooks::path()});
+  for (Integration i : kAll)
+    rows.push_back(
+        {std::string(id(i)), std::string(label(i)), available(i), isInstalled(i), path(i)});
+  return rows;
+}
+
+// Claude Code's hooks can wait for it to be installed; the other agents are only connected
+// when they are on this machine, so connecting never invents their configuration directory.
+void connect(std::string_view agent) {
+  if (agent == "claude") return HookInstaller::install();
+  if (agent == "cursor") {
+    if (!CursorHooks::available())
+      throw InstallError("Cursor was not found (no cursor command, no ~/.cursor)");
+    return CursorHooks::install();
+  }
+  auto integration = fromId(agent);
+  if (!integration) unknown(agent);
+  if (!available(*integration))
+    throw InstallError(std::string(label(*integration)) + " was not found on this computer");
+  install(*integration);
+}
+
+void disconnect(std::string_view agent) {
+  if (agent == "claude") return HookInstaller::uninstall();
+  if (agent == "cursor") return CursorHooks::uninstall();
+  auto integration = fromId(agent);
+  if (!integration) unknown(agent);
+  uninstall(*integration);
+}
+
+void registerPrefs() {
+  Prefs::addReporter([](Json& settings) {
+    settings["hooksInstalled"] = HookInstaller::isInstalled();
+    settings["cursorInstalled"] = CursorHooks::isInstalled();
+    settings["cursorAvailable"] = CursorHooks::available();
+    Json list = Json::array();
+    for (Integration i : kAll)
+      list.push_back({{"id", id(i)},
+                      {"label", label(i)},
+                      {"available", available(i)},
+                      {"installed", isInstalled(i)}});
+    settings["integrations"] = std::move(list);
+  });
+  Prefs::addHandler([](std::string_view key, const Json& value, std::string& error) {
+    if (key == "hooksInstalled") return toggle("claude", key, value, error);
+    if (key == "cursorInstalled") return toggle("cursor", key, value, error);
+    constexpr std::string_view prefix = "integration:";
+    if (key.substr(0, prefix.size()) != prefix) return false;
+    std::string_view agent = key.substr(prefix.size());
+    if (!fromId(agent)) {
+      error = "unknown agent \"" + std::string(agent) + "\"";
+      return true;
+    }
+    return toggle(agent, key, value, error);
+  });
+}
+
+}  // namespace Integrations

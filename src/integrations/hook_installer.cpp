@@ -1,0 +1,137 @@
+// Claude Code's hooks, and the hook executable every agent runs.
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "core/files.h"
+#include "integrations/installers.h"
+
+namespace HookInstaller {
+namespace {
+
+struct Event {
+  const char* name;
+  bool matcher;
+  std::optional<int64_t> timeout;
+};
+
+// PermissionRequest waits for the user's decision in the panel: a day, so Claude Code never
+// gives up on it first.
+constexpr Event kEvents[] = {
+    {"SessionStart", false, {}}, {"SessionEnd", false, {}}, {"UserPromptSubmit", false, {}},
+    {"PreToolUse", true, {}},    {"PostToolUse", true, {}}, {"PermissionRequest", true, 86400},
+    {"Notification", true, {}},  {"Stop", false, {}},       {"SubagentStop", false, {}},
+    {"PreCompact", false, {}},
+};
+
+std::optional<std::string>& sourceOverride() {
+  static std::optional<std::string> source;
+  return source;
+}
+
+bool isRegularFile(const std::string& path) {
+  struct stat st;
+  return ::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+}
+
+bool isExecutableFile(const std::string& path) {
+  return isRegularFile(path) && ::access(path.c_str(), X_OK) == 0;
+}
+
+bool groupsHaveOurs(const Json& groups) {
+  return std::any_of(groups.begin(), groups.end(), [](const Json& group) {
+    const Json& entries = JsonField::array(group, "hooks");
+    return std::any_of(entries.begin(), entries.end(),
+                       [](const Json& entry) { return ConfigFile::isOurs(entry); });
+  });
+}
+
+}  // namespace
+
+std::string settingsPath() {
+  return Files::home() + "/.claude/settings.json";
+}
+
+std::string binPath() {
+  return Files::home() + "/.vantler/bin/vantler-hook";
+}
+
+const std::string& command() {
+  static const std::string text =
+      R"(/bin/sh -c '[ -x "$HOME/.vantler/bin/vantler-hook" ] && "$HOME/.vantler/bin/vantler-hook" claude; exit 0')";
+  return text;
+}
+
+std::optional<std::string> bundledBinary() {
+  if (const auto& path = sourceOverride()) return isRegularFile(*path) ? path : std::nullopt;
+  char exe[4096];
+  ssize_t n = ::readlink("/proc/self/exe", exe, sizeof exe - 1);
+  if (n <= 0) return std::nullopt;
+  std::string dir = Files::parent(std::string(exe, static_cast<size_t>(n)));
+  for (std::string candidate :
+       {dir + "/vantler-hook", Files::parent(dir) + "/libexec/vantler/vantler-hook"})
+    if (isRegularFile(candidate)) return candidate;
+  return std::nullopt;
+}
+
+void setBundledBinary(std::optional<std::string> path) {
+  sourceOverride() = std::move(path);
+}
+
+void copyBinary() {
+  std::string dest = binPath();
+  std::string dir = Files::parent(dest);
+  if (!Files::makeDirs(dir)) throw InstallError("could not create " + ConfigFile::shown(dir));
+  auto source = bundledBinary();
+  if (!source) return;
+  auto bytes = Files::read(*source);
+  struct stat st;
+  if (!bytes || ::stat(source->c_str(), &st) != 0)
+    throw InstallError("could not read the hook program " + *source);
+  unsigned mode = st.st_mode & 07777;
+  struct stat old;
+  if (::stat(dest.c_str(), &old) == 0 && (old.st_mode & 07777) == mode &&
+      Files::read(dest) == bytes)
+    return;
+  // Renamed into place: an agent running the old copy keeps it, a new run gets the new one.
+  if (auto error = Files::writeAtomic(dest, *bytes, mode))
+    throw InstallError("could not install the hook program (" + *error + ")");
+}
+
+bool isInstalled() {
+  auto text = Files::read(settingsPath());
+  return text && text->find(ConfigFile::kMarker) != std::string::npos &&
+         isExecutableFile(binPath());
+}
+
+void install() {
+  copyBinary();
+  std::string path = settingsPath();
+  ConfigFile::edit(path, [&](Json& root) {
+    Json& hooks = ConfigFile::hooksOf(root, path);
+    ConfigFile::stripGroups(hooks, kLegacyMarker);
+    for (const Event& e : kEvents) {
+      Json& groups = ConfigFile::eventList(hooks, e.name, path);
+      if (!groupsHaveOurs(groups))
+        groups.push_back(ConfigFile::makeGroup(command(), e.matcher, e.timeout));
+    }
+    return true;
+  });
+}
+
+void uninstall() {
+  ConfigFile::edit(
+      settingsPath(),
+      [](Json& root) {
+        Json* hooks = root.contains("hooks") ? &root["hooks"] : nullptr;
+        if (!hooks) return false;
+        bool ours = ConfigFile::stripGroups(*hooks);
+        bool legacy = ConfigFile::stripGroups(*hooks, kLegacyMarker);
+        return ours || legacy;
+      },
+      false);
+}
+
+}  // namespace HookInstaller
