@@ -1,0 +1,58 @@
+#pragma once
+// Claude Code transcripts: the per-session figures read incrementally from a transcript file,
+// and the list of recently active transcripts that sessions are restored from at start.
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "core/loop.h"
+#include "core/ports.h"
+#include "usage/claude_lines.h"
+
+// Reads Claude Code transcript files (~/.claude/projects/<project>/<session>.jsonl). Each call
+// reads only what was appended since the previous call for that path and updates the running
+// figures; a last line still being written is read once it is complete, and a file that
+// shrank or was replaced is read again from the start.
+class ClaudeTranscripts final : public TranscriptReader {
+ public:
+  // Sessions on the one-million-token context window: a model id marked "[1m]", or a context
+  // larger than the standard window.
+  static constexpr int64_t kLongContextWindow = 1'000'000;
+
+  ClaudeTranscripts();
+  ~ClaudeTranscripts() override;
+
+  // Nothing when the file cannot be opened.
+  std::optional<TranscriptStats> update(const std::string& path) override;
+  // Drops what is kept for a transcript (its next update reads it from the start).
+  void forget(const std::string& path);
+
+ private:
+  struct State;
+  std::unordered_map<std::string, std::unique_ptr<State>> files_;
+};
+
+// Claude Code transcripts changed in the last two hours, newest first, at most twelve: the
+// sessions worth showing again when the application starts. Files of sub-agents
+// ("agent-….jsonl"), whose names are not session ids, are left out.
+class ClaudeRecentTranscripts final : public RecentTranscripts {
+ public:
+  static constexpr double kWindowSeconds = 2 * 3600;
+  static constexpr size_t kMaxCount = 12;
+
+  using Clock = std::function<WallTime()>;
+  explicit ClaudeRecentTranscripts(Clock clock,
+                                   std::string projects = ClaudeLines::projectsDirectory());
+  explicit ClaudeRecentTranscripts(const Loop& loop,
+                                   std::string projects = ClaudeLines::projectsDirectory());
+
+  std::vector<RecentTranscript> find() override;
+
+ private:
+  Clock clock_;
+  std::string projects_;
+};
