@@ -354,3 +354,39 @@ TEST(DaemonCli, HelpAndErrorsWithoutADaemon) {
   EXPECT_EQ(state.wait(5), 1);
   EXPECT_THAT(state.err(), ::testing::HasSubstr("not running"));
 }
+
+TEST(DaemonCli, AgentsConnectDisconnectAndUsage) {
+  TempHome home;
+  std::map<std::string, std::string> env{{"HOME", home.path()},
+                                         {"XDG_CONFIG_HOME", home.path() + "/.config"}};
+  auto run = [&](std::vector<std::string> args) {
+    args.insert(args.begin(), kBin + "/vantler");
+    auto p = std::make_unique<Process>(args, env);
+    p->wait(10);
+    return p;
+  };
+  const std::string settings = home.path() + "/.claude/settings.json";
+  Files::writeAtomic(settings, "[\"not an object\"]");
+  auto refused = run({"connect", "claude"});
+  EXPECT_EQ(refused->wait(), 1);
+  EXPECT_THAT(refused->err(), ::testing::HasSubstr("not a JSON object"));
+  EXPECT_EQ(Files::read(settings), "[\"not an object\"]");
+
+  Files::writeAtomic(
+      settings,
+      R"({"model":"opus","hooks":{"Stop":[{"hooks":[{"type":"command","command":"notify-send done"}]}]}})");
+  EXPECT_EQ(run({"connect", "claude"})->wait(), 0);
+  EXPECT_THAT(run({"agents"})->out(),
+              ::testing::ContainsRegex("Claude Code \\(claude\\) +yes +yes"));
+  EXPECT_TRUE(Files::exists(home.path() + "/.vantler/bin/vantler-hook"));
+  EXPECT_EQ(run({"disconnect", "claude"})->wait(), 0);
+  Json after = Json::parse(*Files::read(settings));
+  EXPECT_EQ(after["model"], "opus");
+  EXPECT_EQ(after["hooks"]["Stop"][0]["hooks"][0]["command"], "notify-send done");
+  EXPECT_EQ(after.dump().find("vantler-hook"), std::string::npos);
+  EXPECT_EQ(run({"connect", "nonsense"})->wait(), 1);
+
+  auto usage = run({"usage", "--json"});
+  EXPECT_EQ(usage->wait(), 0);
+  EXPECT_EQ(Json::parse(usage->out())["today"], 0.0);
+}

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <thread>
 
 #include "bridge/control.h"
@@ -16,6 +17,8 @@
 #include "core/files.h"
 #include "core/hub.h"
 #include "core/linux_glib_loop.h"
+#include "integrations/installers.h"
+#include "usage/claude_transcripts.h"
 
 namespace Daemon {
 namespace {
@@ -40,6 +43,27 @@ void terminate(pid_t pid) {
     if (::kill(pid, 0) != 0) return;
   }
   ::kill(pid, SIGKILL);
+}
+
+// Hooks written by an earlier version point at an older command: they are written again on
+// every start. Errors here are not worth stopping for.
+void refreshHooks() {
+  try {
+    if (HookInstaller::isInstalled()) {
+      HookInstaller::install();
+    } else if (auto text = Files::read(HookInstaller::settingsPath());
+               text && text->find(HookInstaller::kLegacyMarker) != std::string::npos) {
+      HookInstaller::install();
+    }
+  } catch (const InstallError& e) {
+    g_warning("Vantler: %s", e.what());
+  }
+  try {
+    const char* connect = std::getenv("VANTLER_CONNECT_CURSOR");
+    if (CursorHooks::isInstalled() || (connect && *connect)) CursorHooks::install();
+  } catch (const InstallError& e) {
+    g_warning("Vantler: %s", e.what());
+  }
 }
 
 void raiseFileLimit() {
@@ -77,9 +101,17 @@ int run(const Options& options) {
   HubOptions hubOptions{home, std::nullopt, true};
   if (const char* answer = std::getenv("VANTLER_DEBUG_ANSWER"); answer && *answer)
     hubOptions.debugAnswer = answer;
-  Hub hub(loop, defaults, {}, hubOptions);
-  hub.restoreRecent();
-  if (const char* demo = std::getenv("VANTLER_DEMO"); demo && *demo) hub.loadDemo();
+  HubPorts ports;
+  ports.transcripts = std::make_shared<ClaudeTranscripts>();
+  ports.recent = std::make_shared<ClaudeRecentTranscripts>(loop);
+  Hub hub(loop, defaults, ports, hubOptions);
+  Integrations::registerPrefs();
+  if (const char* demo = std::getenv("VANTLER_DEMO"); demo && *demo) {
+    hub.loadDemo();
+  } else {
+    hub.restoreRecent();
+  }
+  refreshHooks();
 
   Bridge bridge(hub, home, [&hub](const Json& command) { return Control::handle(hub, command); });
   if (!bridge.start()) return 1;

@@ -1,5 +1,6 @@
 // The vantler command: the daemon, and commands that talk to a running instance.
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -10,6 +11,9 @@
 #include "bridge/linux_bridge.h"
 #include "core/files.h"
 #include "core/json.h"
+#include "core/linux_glib_loop.h"
+#include "integrations/installers.h"
+#include "usage/usage_meter.h"
 #include "version.h"
 
 namespace {
@@ -38,6 +42,18 @@ constexpr Command kCommands[] = {
      "Lets go of the session's request: the agent asks in its own window instead."},
     {"dismiss", "vantler dismiss <session-id>",
      "Lets go of the session's request and hides the session until something new happens."},
+    {"agents", "vantler agents",
+     "Lists the coding agents Vantler can follow: whether each is on this machine, whether its\n"
+     "hooks are connected, and the configuration file Vantler edits for it."},
+    {"connect", "vantler connect <agent>",
+     "Installs Vantler's hooks for the agent (claude, cursor, gemini, droid, copilot, windsurf,\n"
+     "opencode). Only Vantler's own entries are added; the previous file is kept beside it\n"
+     "with the suffix .vantler-backup."},
+    {"disconnect", "vantler disconnect <agent>",
+     "Removes Vantler's hooks for the agent, leaving everything else in its settings as it was."},
+    {"usage", "vantler usage [--json]",
+     "Shows what Claude Code has cost today, per model, read from ~/.claude/projects.\n"
+     "--json prints the raw figures."},
 };
 
 void usage(FILE* out) {
@@ -72,6 +88,55 @@ int send(const Json& command) {
   std::string error = JsonField::str(answer, "error", "no answer from Vantler");
   std::fprintf(stderr, "vantler: %s\n", error.c_str());
   return 1;
+}
+
+int agents() {
+  std::vector<Integrations::AgentRow> rows = Integrations::table();
+  size_t labelWidth = 5;
+  for (const auto& r : rows) labelWidth = std::max(labelWidth, r.id.size() + r.label.size() + 3);
+  std::printf("%-*s  %-9s  %-9s  %s\n", static_cast<int>(labelWidth), "AGENT", "AVAILABLE",
+              "CONNECTED", "CONFIG");
+  for (const auto& r : rows) {
+    std::string name = r.label + " (" + r.id + ")";
+    std::printf("%-*s  %-9s  %-9s  %s\n", static_cast<int>(labelWidth), name.c_str(),
+                r.available ? "yes" : "no", r.connected ? "yes" : "no", r.configPath.c_str());
+  }
+  return 0;
+}
+
+int connect(const std::string& name, const std::string& agent) {
+  try {
+    if (name == "connect")
+      Integrations::connect(agent);
+    else
+      Integrations::disconnect(agent);
+  } catch (const InstallError& e) {
+    std::fprintf(stderr, "vantler: %s\n", e.what());
+    return 1;
+  }
+  std::printf("%s %s.\n", agent.c_str(), name == "connect" ? "connected" : "disconnected");
+  return 0;
+}
+
+int usageReport(bool json) {
+  GLibLoop loop;
+  UsageMeter meter(loop);
+  Json snap = meter.snapshot();
+  if (json) {
+    std::puts(snap.dump(2).c_str());
+    return 0;
+  }
+  const Json& models = JsonField::array(snap, "models");
+  if (models.empty()) {
+    std::puts("No Claude Code usage today.");
+    return 0;
+  }
+  std::printf("%-24s %12s %10s\n", "MODEL", "TOKENS", "COST");
+  for (const Json& m : models)
+    std::printf("%-24s %12lld %10.2f\n", JsonField::str(m, "model").c_str(),
+                static_cast<long long>(JsonField::integer(m, "tokens")), JsonField::num(m, "cost"));
+  std::printf("%-24s %12s %10.2f\n", "Today", "", JsonField::num(snap, "today"));
+  return 0;
 }
 
 }  // namespace
@@ -122,6 +187,14 @@ int main(int argc, char** argv) {
     std::fputs(r.answer.c_str(), stdout);
     return 0;
   }
+  if (name == "agents") return args.size() == 1 ? agents() : wrongUsage();
+  if (name == "usage") {
+    if (args.size() == 1) return usageReport(false);
+    if (args.size() == 2 && args[1] == "--json") return usageReport(true);
+    return wrongUsage();
+  }
+  if (name == "connect" || name == "disconnect")
+    return args.size() == 2 ? connect(name, args[1]) : wrongUsage();
   if (args.size() < 2) return wrongUsage();
   Json cmd = {{"type", name}, {"id", args[1]}};
   if (name == "answer") {
