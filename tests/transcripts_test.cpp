@@ -7,18 +7,10 @@
 
 #include "core/files.h"
 #include "test_support.h"
+#include "transcript_lines.h"
 #include "usage/claude_transcripts.h"
 
 namespace {
-
-Json usage(int input, int output, int cacheRead = 0, int fiveMinute = 0, int oneHour = 0) {
-  return {{"input_tokens", input},
-          {"output_tokens", output},
-          {"cache_read_input_tokens", cacheRead},
-          {"cache_creation_input_tokens", fiveMinute + oneHour},
-          {"cache_creation",
-           {{"ephemeral_5m_input_tokens", fiveMinute}, {"ephemeral_1h_input_tokens", oneHour}}}};
-}
 
 std::string assistant(const std::string& id, const std::string& model, const Json& use,
                       const Json& stop = nullptr, const std::string& request = "req_1") {
