@@ -166,6 +166,18 @@ void Hub::clearPending(Session& session) {
   session.pending.reset();
 }
 
+void Hub::remove(const std::string& id) {
+  auto it = std::find_if(sessions_.begin(), sessions_.end(),
+                         [&](const Session& s) { return s.id == id; });
+  if (it == sessions_.end()) return;
+  // Out of the table before its hook is released, so a reply that re-enters the hub finds the
+  // table already consistent.
+  Session gone = std::move(*it);
+  sessions_.erase(it);
+  clearPending(gone);
+  changed();
+}
+
 void Hub::codex(const std::string& id, const std::string& cwd,
                 const std::function<void(Session&)>& update) {
   std::string key = "codex:" + id;

@@ -68,6 +68,9 @@ class Hub {
   // Registers the reply function for an open request.
   void setResponder(const std::string& pendingId, Reply reply);
   bool hasResponder(const std::string& pendingId) const { return responders_.count(pendingId); }
+  // Takes a session out of the table, first withdrawing its open request (its hook gets the
+  // empty reply). Unknown ids are ignored.
+  void remove(const std::string& id);
   // The Codex watcher's entry point.
   void codex(const std::string& id, const std::string& cwd,
              const std::function<void(Session&)>& update);

@@ -1,0 +1,69 @@
+#pragma once
+// Follows Codex sessions through the rollout logs Codex writes, one JSON-lines file per session
+// under ~/.codex/sessions/YYYY/MM/DD. Codex has no hooks: every two seconds the watcher reads
+// what was appended to today's and yesterday's logs and turns each record into a change of the
+// session "codex:<id>" through `Hub::codex`. A session whose log has been quiet for 45 minutes,
+// or whose file has left the two day directories, is taken out of the hub.
+//
+// Runs on the loop's thread only. Offsets and ids live in memory: after a restart every fresh
+// file is read again from its start, which rebuilds its session.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "core/json.h"
+#include "core/loop.h"
+#include "core/session.h"
+
+class Hub;
+
+class CodexWatcher {
+ public:
+  static constexpr double kInterval = 2.0;
+  static constexpr double kTolerance = 0.5;
+  // A log unchanged for this long no longer counts as a running session.
+  static constexpr double kStale = 2700.0;
+
+  // `home` is the user's home directory; logs are read below home + "/.codex/sessions".
+  CodexWatcher(Hub& hub, Loop& loop, std::string home);
+  ~CodexWatcher();
+  CodexWatcher(const CodexWatcher&) = delete;
+  CodexWatcher& operator=(const CodexWatcher&) = delete;
+
+  // Sweeps once at once, then every two seconds until `stop`.
+  void start();
+  void stop();
+  // One look at the logs: reads what was appended, forgets and removes what went stale.
+  void sweep();
+
+  // Today's and yesterday's log directories, in that order, by the local calendar at `now`.
+  std::vector<std::string> dayDirs(WallTime now) const;
+
+  // The first text that, trimmed, is not empty and does not begin with "<" (injected context,
+  // not the user's words). Accepts plain strings and Codex's {"type":"text","text":…} parts.
+  static std::optional<std::string> userText(const Json& content);
+
+ private:
+  struct Meta {
+    std::string id;
+    std::string cwd;
+  };
+
+  // Consumes the complete lines between `from` and `to`; a trailing partial line waits.
+  void read(const std::string& path, uint64_t from, uint64_t to);
+  // One decoded record; `now` is the date of records without a readable time stamp.
+  void apply(const Json& record, const std::string& path, WallTime now);
+
+  Hub& hub_;
+  Loop& loop_;
+  std::string root_;
+  std::unordered_map<std::string, uint64_t> offsets_;
+  std::unordered_map<std::string, Meta> meta_;
+  std::optional<Loop::TaskId> timer_;
+  std::unordered_set<std::string> seen_;  // this sweep's fresh logs
+};

@@ -1,0 +1,216 @@
+#include "integrations/codex_watcher.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <time.h>
+
+#include <cmath>
+#include <fstream>
+
+#include "core/files.h"
+#include "test_support.h"
+
+namespace {
+
+constexpr WallTime kMidnight = 1'799'971'200;  // 2027-01-15 00:00:00 UTC
+const std::string kId = "0199a3f2-5c1e-7a40-9b3d-2f8e61c4d7a9";
+
+// One rollout line as Codex writes it.
+std::string record(const std::string& type, const Json& payload,
+                   const std::string& stamp = "2027-01-15T00:00:05.000Z") {
+  Json line = {{"type", type}, {"payload", payload}};
+  if (!stamp.empty()) line["timestamp"] = stamp;
+  return line.dump() + "\n";
+}
+std::string event(const Json& payload, const std::string& stamp = "2027-01-15T00:00:05.000Z") {
+  return record("event_msg", payload, stamp);
+}
+std::string item(const Json& it, const std::string& stamp = "2027-01-15T00:00:05.000Z") {
+  return event({{"type", "item_completed"}, {"thread_id", kId}, {"turn_id", "1"}, {"item", it}},
+               stamp);
+}
+std::string meta(const std::string& id = kId) {
+  return record("session_meta", {{"id", id},
+                                 {"timestamp", "2027-01-15T00:00:01.000Z"},
+                                 {"cwd", "/home/dev/shop"},
+                                 {"originator", "codex_cli_rs"},
+                                 {"cli_version", "0.47.0"},
+                                 {"instructions", nullptr}});
+}
+std::string command(const std::string& cmd) {
+  return item({{"type", "CommandExecution"},
+               {"id", "call_7"},
+               {"command", cmd},
+               {"status", "completed"},
+               {"exit_code", 0}});
+}
+
+class CodexWatcherTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (const char* tz = getenv("TZ")) savedTz = tz;
+    setenv("TZ", "UTC", 1);  // day directories follow the local calendar
+    tzset();
+  }
+  void TearDown() override {
+    if (savedTz)
+      setenv("TZ", savedTz->c_str(), 1);
+    else
+      unsetenv("TZ");
+    tzset();
+  }
+
+  std::string logIn(const std::string& day, const std::string& id = kId) {
+    std::string dir = home.path() + "/.codex/sessions/" + day;
+    Files::makeDirs(dir);
+    return dir + "/rollout-2027-01-15T00-00-01-" + id + ".jsonl";
+  }
+  // Appends to a log and dates its modification `age` seconds before the loop's now.
+  void append(const std::string& path, const std::string& text, double age = 0) {
+    std::ofstream(path, std::ios::app) << text;
+    const double when = loop.wall() - age;
+    timespec times[2];
+    times[0].tv_sec = times[1].tv_sec = static_cast<time_t>(std::floor(when));
+    times[0].tv_nsec = times[1].tv_nsec = static_cast<long>((when - std::floor(when)) * 1e9);
+    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+  }
+  const Session* codex(const std::string& id = kId) { return hub.find("codex:" + id); }
+
+  std::optional<std::string> savedTz;
+  TempHome home;
+  FakeLoop loop{kMidnight + 30};
+  Defaults defaults{home.path() + "/.config/vantler/defaults.json"};
+  Hub hub{loop, defaults, {}, HubOptions{home.path(), std::nullopt, false}};
+  CodexWatcher watcher{hub, loop, home.path()};
+  std::string today = logIn("2027/01/15");
+};
+
+}  // namespace
+
+// A turn as Codex logs it: injected context before the prompt, a line cut short by a crash,
+// records of kinds the watcher does not follow.
+constexpr const char* kTurn =
+    R"({"timestamp":"2027-01-15T00:00:01.000Z","type":"turn_context","payload":{"cwd":"/home/dev/shop","approval_policy":"on-request","model":"gpt-5-codex","effort":"medium"}}
+{"timestamp":"2027-01-15T00:00:02.000Z","type":"event_msg","payload":{"type":"task_started","model_context_window":272000}}
+{"timestamp":"2027-01-15T00:00:02.100Z","type":"event_msg","payload":{"type":"item_completed","item":{"type":"UserMessage","id":"u1","content":[{"type":"text","text":"<environment_context>\n  <cwd>/home/dev/shop</cwd>"},{"type":"text","text":"\n  Fix the checkout rounding bug\nand add a test"}]}}}
+{"timestamp":"2027-01-15T00:00:02.900Z","type":"event_msg","payload":
+{"timestamp":"2027-01-15T00:00:03.000Z","type":"response_item","payload":{"type":"reasoning","summary":[]}}
+{"timestamp":"2027-01-15T00:00:06.000Z","type":"event_msg","payload":{"type":"item_completed","item":{"type":"CommandExecution","id":"c1","command":"cargo test -p checkout -- rounding","exit_code":0}}}
+{"timestamp":"2027-01-15T00:00:08.000Z","type":"event_msg","payload":{"type":"item_completed","item":{"type":"McpToolCall","server":"github","tool":"get_issue","arguments":{"issue":42},"title":"Read issue #42"}}}
+{"timestamp":"2027-01-15T00:00:09.250Z","type":"event_msg","payload":{"type":"token_count","info":{"total_token_usage":{"input_tokens":90000},"last_token_usage":{"input_tokens":48210,"output_tokens":812},"model_context_window":272000},"rate_limits":null}}
+)";
+
+TEST_F(CodexWatcherTest, FollowsATurnFromItsRecords) {
+  append(today, meta() + kTurn);
+  watcher.sweep();
+
+  const Session* s = codex();
+  ASSERT_NE(s, nullptr);
+  EXPECT_EQ(s->mood, Mood::working);
+  EXPECT_EQ(s->activity, "Thinking");
+  EXPECT_EQ(s->root, "/home/dev/shop");
+  EXPECT_EQ(s->title, "Fix the checkout rounding bug");  // the injected context is skipped
+  EXPECT_EQ(s->stats.model, "gpt-5-codex");
+  EXPECT_EQ(s->stats.contextTokens, 48210);
+  EXPECT_EQ(s->stats.contextWindow, 272000);
+  EXPECT_EQ(s->turnStarted, kMidnight + 2);
+  EXPECT_EQ(s->updated, kMidnight + 9.25);
+  EXPECT_EQ(s->tools, (std::vector<ToolLine>{{"Running cargo test -p checkout -- rounding"},
+                                             {"Read issue #42"}}));
+  ASSERT_EQ(s->tally.size(), 2u);
+  EXPECT_EQ(s->tally[0].tool, "Bash");
+  EXPECT_EQ(s->tally[1].tool, "mcp__github__get_issue");
+  EXPECT_EQ(s->turnCalls, 2);
+
+  append(today, item({{"type", "Extension"}}) +
+                    event({{"type", "task_complete"},
+                           {"last_agent_message", "**Fixed** the rounding: totals use `Decimal`."}},
+                          "2027-01-15T00:00:20.500Z"));
+  watcher.sweep();
+  s = codex();
+  EXPECT_EQ(s->mood, Mood::done);
+  EXPECT_EQ(s->activity, "Fixed the rounding: totals use `Decimal`.");
+  EXPECT_EQ(s->finishedAt, kMidnight + 20.5);
+}
+
+TEST_F(CodexWatcherTest, EndsAndRestartsTurns) {
+  append(today, meta() + event({{"type", "task_started"}}) + command("ls") +
+                    item({{"type", "Extension"}, {"id", "x1"}}));
+  watcher.sweep();
+  EXPECT_EQ(codex()->activity, "Searching the web");
+
+  append(today, event({{"type", "turn_aborted"}, {"reason", "interrupted"}}));
+  watcher.sweep();
+  EXPECT_EQ(codex()->mood, Mood::idle);
+  EXPECT_EQ(codex()->activity, "Stopped");
+
+  // A new turn starts clean; a completion without a message still says something.
+  append(today, event({{"type", "task_started"}}) +
+                    event({{"type", "task_complete"}, {"last_agent_message", nullptr}}, ""));
+  watcher.sweep();
+  const Session* s = codex();
+  EXPECT_EQ(s->mood, Mood::done);
+  EXPECT_EQ(s->activity, "Finished");
+  EXPECT_TRUE(s->tools.empty());
+  EXPECT_EQ(s->turnCalls, 0);
+  // Without a readable time stamp a record dates from the sweep that read it.
+  EXPECT_EQ(s->finishedAt, loop.wall());
+  EXPECT_EQ(s->updated, loop.wall());
+}
+
+TEST_F(CodexWatcherTest, LineWrittenInTwoPiecesIsAppliedOnce) {
+  const std::string line = command("npm run build");
+  append(today, meta() + line.substr(0, 40));
+  watcher.sweep();
+  ASSERT_NE(codex(), nullptr);
+  EXPECT_EQ(codex()->turnCalls, 0);
+
+  append(today, line.substr(40));
+  watcher.sweep();
+  watcher.sweep();
+  EXPECT_EQ(codex()->turnCalls, 1);
+  ASSERT_EQ(codex()->tally.size(), 1u);
+  EXPECT_EQ(codex()->tally[0].count, 1);
+}
+
+TEST_F(CodexWatcherTest, QuietLogEndsItsSessionAfter45Minutes) {
+  append(today, meta() + event({{"type", "task_started"}}), 44 * 60);
+  watcher.start();
+  ASSERT_NE(codex(), nullptr);
+  EXPECT_EQ(codex()->mood, Mood::working);
+
+  loop.advance(60);
+  EXPECT_EQ(codex(), nullptr);
+
+  // Written to again, the log is read from its start and the session comes back.
+  append(today, command("git status"));
+  loop.advance(CodexWatcher::kInterval);
+  ASSERT_NE(codex(), nullptr);
+  EXPECT_EQ(codex()->mood, Mood::working);
+  EXPECT_EQ(codex()->turnCalls, 1);
+}
+
+TEST_F(CodexWatcherTest, YesterdaysLogStillCountsJustAfterMidnight) {
+  append(logIn("2027/01/14", "yesterday"), meta("yesterday"));
+  append(logIn("2027/01/13", "older"), meta("older"));
+  append(home.path() + "/.codex/sessions/2027/01/15/notes.jsonl", meta("stray"));
+  watcher.sweep();
+  EXPECT_NE(codex("yesterday"), nullptr);
+  EXPECT_EQ(codex("older"), nullptr);
+  EXPECT_EQ(codex("stray"), nullptr);
+}
+
+TEST_F(CodexWatcherTest, RemovingASessionReleasesItsHook) {
+  append(today, meta(), 44 * 60);
+  watcher.sweep();
+  Session s = *codex();
+  s.pending = Pending{"req-1", Pending::Elsewhere{"approve"}, Json::object(), loop.wall(), false};
+  hub.store(s);
+  std::vector<std::string> replies;
+  hub.setResponder("req-1", [&](const std::string& text) { replies.push_back(text); });
+
+  loop.advance(60);
+  watcher.sweep();
+  EXPECT_EQ(codex(), nullptr);
+  EXPECT_EQ(replies, std::vector<std::string>{""});
+}
