@@ -264,6 +264,28 @@ TEST_F(DaemonTest, CursorGeminiDroidWindsurfOpenCode) {
   EXPECT_EQ(opencode["pending"]["title"], "Allow bash: rm -rf notes/tmp?");
 }
 
+TEST_F(DaemonTest, FollowsCodexLogs) {
+  char day[32];
+  time_t t = time(nullptr);
+  strftime(day, sizeof day, "%Y/%m/%d", localtime(&t));
+  const std::string log = home.path() + "/.codex/sessions/" + day + "/rollout-2026-x-019a.jsonl";
+  Files::writeAtomic(
+      log,
+      R"({"timestamp":"2026-11-22T08:00:00.000Z","type":"session_meta","payload":{"id":"019a","cwd":"/w/cli","originator":"codex_cli_rs"}})"
+      "\n"
+      R"({"timestamp":"2026-11-22T08:00:01.000Z","type":"event_msg","payload":{"type":"task_started"}})"
+      "\n");
+  start();
+  Json codex;
+  for (int i = 0; i < 300 && !codex.is_object(); ++i) {
+    codex = session("codex:019a");
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  ASSERT_TRUE(codex.is_object());
+  EXPECT_EQ(codex["mood"], "working");
+  EXPECT_EQ(codex["project"], "cli");
+}
+
 TEST_F(DaemonTest, WaitingHooksEndCleanly) {
   start();
   Json permission = fixture("claude_permission.json")[0];

@@ -17,6 +17,7 @@
 #include "core/files.h"
 #include "core/hub.h"
 #include "core/linux_glib_loop.h"
+#include "integrations/codex_watcher.h"
 #include "integrations/installers.h"
 #include "usage/claude_transcripts.h"
 
@@ -106,10 +107,12 @@ int run(const Options& options) {
   ports.recent = std::make_shared<ClaudeRecentTranscripts>(loop);
   Hub hub(loop, defaults, ports, hubOptions);
   Integrations::registerPrefs();
+  CodexWatcher codex(hub, loop, home);
   if (const char* demo = std::getenv("VANTLER_DEMO"); demo && *demo) {
     hub.loadDemo();
   } else {
     hub.restoreRecent();
+    codex.start();
   }
   refreshHooks();
 
