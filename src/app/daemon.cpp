@@ -18,6 +18,7 @@
 #include "core/hub.h"
 #include "core/linux_glib_loop.h"
 #include "integrations/codex_watcher.h"
+#include "integrations/github.h"
 #include "integrations/installers.h"
 #include "usage/claude_transcripts.h"
 
@@ -105,6 +106,7 @@ int run(const Options& options) {
   HubPorts ports;
   ports.transcripts = std::make_shared<ClaudeTranscripts>();
   ports.recent = std::make_shared<ClaudeRecentTranscripts>(loop);
+  ports.github = std::make_shared<GitHub>(loop);
   Hub hub(loop, defaults, ports, hubOptions);
   Integrations::registerPrefs();
   CodexWatcher codex(hub, loop, home);
