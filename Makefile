@@ -26,8 +26,10 @@ build: deps
 run: build
 	./$(BUILD)/vantler daemon $(ARGS)
 
-test: test-native test-web
+# The native tests, a short fuzz run, then the page's tests.
+test: test-native
 	@$(MAKE) --no-print-directory fuzz FUZZ_SECONDS=20
+	@$(MAKE) --no-print-directory test-web
 
 test-native:
 	@scripts/deps.sh test
