@@ -21,7 +21,8 @@ struct Setup {
       Session s = hub.session("claude:bench-" + std::to_string(i), Agent::claude, "");
       s.root = "/home/user/code/project-" + std::to_string(i % 37);
       s.mood = i % 5 == 0 ? Mood::done : Mood::working;
-      s.stats.firstPrompt = "<command>\n**Refactor** the payment module so that retries use backoff";
+      s.stats.firstPrompt =
+          "<command>\n**Refactor** the payment module so that retries use backoff";
       s.stats.model = "claude-opus-4-5-20251101";
       s.stats.branch = "feature/branch-" + std::to_string(i);
       s.stats.contextTokens = 50'000 + i;

@@ -44,7 +44,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     switch (control >> 6) {
       case 0:
       case 1:
-        if (!sink.closed.count(conn)) router.received(conn, {reinterpret_cast<const char*>(data + i), len});
+        if (!sink.closed.count(conn))
+          router.received(conn, {reinterpret_cast<const char*>(data + i), len});
         break;
       case 2:
         router.ended(conn);

@@ -58,8 +58,8 @@ TEST_F(RouterTest, StateQueriesCommandsAndRunawayLines) {
   EXPECT_NE(transport.finished[3].find("\n  \""), std::string::npos);  // pretty-printed
 
   r->received(4,
-                  "{\"_command\":{\"type\":\"allow\",\"id\":\"x\"},\"session_id\":\"c\",\"hook_"
-                  "event_name\":\"Stop\"}\n");
+              "{\"_command\":{\"type\":\"allow\",\"id\":\"x\"},\"session_id\":\"c\",\"hook_"
+              "event_name\":\"Stop\"}\n");
   EXPECT_EQ(Json::parse(transport.finished[4])["ok"], false);  // not routed as an event
   EXPECT_FALSE(hub->find("claude:c"));
 

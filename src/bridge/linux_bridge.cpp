@@ -30,25 +30,21 @@ std::string Bridge::socketPath(const std::string& home) {
 }
 
 Bridge::Bridge(Hub& hub, std::string home, Router::CommandHandler commands, GMainContext* context)
-    : hub_(hub),
-      home_(std::move(home)),
+    : home_(std::move(home)),
       path_(socketPath(home_)),
       context_(context ? g_main_context_ref(context) : g_main_context_ref_thread_default()),
       router_(hub, *this, std::move(commands)) {}
 
 Bridge::~Bridge() {
   stop();
-  while (!conns_.empty()) {
-    auto it = conns_.begin();
-    Router::ConnId id = it->first;
-    if (it->second.source) {
-      g_source_destroy(it->second.source);
-      g_source_unref(it->second.source);
+  for (auto& [id, c] : conns_) {
+    if (c.source) {
+      g_source_destroy(c.source);
+      g_source_unref(c.source);
     }
-    ::close(it->second.fd);
-    conns_.erase(it);
-    (void)id;
+    ::close(c.fd);
   }
+  conns_.clear();
   g_main_context_unref(context_);
 }
 

@@ -51,7 +51,6 @@ class Bridge final : private Router::Transport {
   void close(Router::ConnId id);
   GSource* watch(int fd, GIOCondition condition, Router::ConnId id);
 
-  Hub& hub_;
   std::string home_;
   std::string path_;
   GMainContext* context_;
