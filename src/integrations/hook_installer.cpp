@@ -11,15 +11,9 @@
 namespace HookInstaller {
 namespace {
 
-struct Event {
-  const char* name;
-  bool matcher;
-  std::optional<int64_t> timeout;
-};
-
 // PermissionRequest waits for the user's decision in the panel: a day, so Claude Code never
 // gives up on it first.
-constexpr Event kEvents[] = {
+constexpr ConfigFile::GroupEvent kEvents[] = {
     {"SessionStart", false, {}}, {"SessionEnd", false, {}}, {"UserPromptSubmit", false, {}},
     {"PreToolUse", true, {}},    {"PostToolUse", true, {}}, {"PermissionRequest", true, 86400},
     {"Notification", true, {}},  {"Stop", false, {}},       {"SubagentStop", false, {}},
@@ -112,7 +106,7 @@ void install() {
   ConfigFile::edit(path, [&](Json& root) {
     Json& hooks = ConfigFile::hooksOf(root, path);
     ConfigFile::stripGroups(hooks, kLegacyMarker);
-    for (const Event& e : kEvents) {
+    for (const ConfigFile::GroupEvent& e : kEvents) {
       Json& groups = ConfigFile::eventList(hooks, e.name, path);
       if (!groupsHaveOurs(groups))
         groups.push_back(ConfigFile::makeGroup(command(), e.matcher, e.timeout));

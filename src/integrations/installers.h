@@ -72,6 +72,13 @@ bool hasFlatEntry(const Json& hooks, std::string_view marker = kMarker,
 Json& hooksOf(Json& root, const std::string& path);
 // The event's list in a hooks object, likewise created when absent or null, else InstallError.
 Json& eventList(Json& hooks, const std::string& event, const std::string& path);
+// One event of a grouped hooks file as Vantler installs it.
+struct GroupEvent {
+  const char* name;
+  bool matcher;
+  std::optional<int64_t> timeout;
+};
+
 // A group as Vantler writes it: "hooks" holding one command entry (with "timeout" when given),
 // and "matcher": "*" when `matcher`.
 Json makeGroup(const std::string& command, bool matcher, std::optional<int64_t> timeout);

@@ -13,19 +13,13 @@
 namespace Integrations {
 namespace {
 
-struct GroupedEvent {
-  const char* name;
-  bool matcher;
-  std::optional<int64_t> timeout;
-};
-
 // Gemini CLI counts timeouts in milliseconds, droid in seconds: both wait seventy seconds.
-constexpr GroupedEvent kGeminiEvents[] = {
+constexpr ConfigFile::GroupEvent kGeminiEvents[] = {
     {"SessionStart", false, {}},  {"SessionEnd", false, {}}, {"BeforeAgent", false, {}},
     {"BeforeTool", true, {}},     {"AfterTool", true, {}},   {"Notification", true, {}},
     {"AfterAgent", false, 70000},
 };
-constexpr GroupedEvent kDroidEvents[] = {
+constexpr ConfigFile::GroupEvent kDroidEvents[] = {
     {"SessionStart", false, {}}, {"SessionEnd", false, {}}, {"UserPromptSubmit", false, {}},
     {"PreToolUse", true, {}},    {"PostToolUse", true, {}}, {"Notification", true, {}},
     {"Stop", false, 70},
@@ -45,13 +39,13 @@ std::string home(std::string_view rest) {
 }
 
 template <size_t N>
-void installGrouped(Integration which, const GroupedEvent (&events)[N]) {
+void installGrouped(Integration which, const ConfigFile::GroupEvent (&events)[N]) {
   std::string file = path(which);
   std::string cmd = command(which);
   ConfigFile::edit(file, [&](Json& root) {
     Json& hooks = ConfigFile::hooksOf(root, file);
     ConfigFile::stripGroups(hooks);
-    for (const GroupedEvent& e : events)
+    for (const ConfigFile::GroupEvent& e : events)
       ConfigFile::eventList(hooks, e.name, file)
           .push_back(ConfigFile::makeGroup(cmd, e.matcher, e.timeout));
     return true;
