@@ -125,6 +125,16 @@ class DaemonTest : public ::testing::Test {
       if (s["id"] == id) return s;
     return nullptr;
   }
+  // Opens a reply window with a stop-like event, answers it from the command line and returns
+  // what the hook printed.
+  Json replyThrough(const std::string& agent, const Json& stop, const std::string& id,
+                    const std::string& text) {
+    auto hooked = hook(agent, stop);
+    EXPECT_TRUE(waitPending(id));
+    EXPECT_EQ(cli({"reply", id, text}), 0);
+    EXPECT_EQ(hooked->wait(5), 0);
+    return Json::parse(hooked->out(), nullptr, false);
+  }
   // Polls the state until the session's request is open (or closed).
   bool waitPending(const std::string& id, bool open = true) {
     for (int i = 0; i < 300; ++i) {
@@ -236,19 +246,10 @@ TEST_F(DaemonTest, CursorGeminiDroidWindsurfOpenCode) {
 
   for (const Json& event : fixture("gemini_turn.jsonl")) EXPECT_EQ(quick("gemini", event), "");
   EXPECT_EQ(session("gemini:gem-51c2")["tally"][0]["tool"], "run_shell_command");
-  auto gemini = hook("gemini", fixture("gemini_stop.json")[0]);
-  ASSERT_TRUE(waitPending("gemini:gem-51c2"));
-  EXPECT_EQ(cli({"reply", "gemini:gem-51c2", "Do it"}), 0);
-  ASSERT_EQ(gemini->wait(5), 0);
-  EXPECT_EQ(Json::parse(gemini->out()),
+  EXPECT_EQ(replyThrough("gemini", fixture("gemini_stop.json")[0], "gemini:gem-51c2", "Do it"),
             Json({{"decision", "deny"},
                   {"reason", "The user replied from the Vantler notch:\n\nDo it"}}));
-
-  auto droid = hook("droid", fixture("droid_stop.json")[0]);
-  ASSERT_TRUE(waitPending("droid:droid-7e2a"));
-  EXPECT_EQ(cli({"reply", "droid:droid-7e2a", "Apply it"}), 0);
-  ASSERT_EQ(droid->wait(5), 0);
-  EXPECT_EQ(Json::parse(droid->out()),
+  EXPECT_EQ(replyThrough("droid", fixture("droid_stop.json")[0], "droid:droid-7e2a", "Apply it"),
             Json({{"decision", "block"},
                   {"reason", "The user replied from the Vantler notch:\n\nApply it"}}));
 
