@@ -10,7 +10,7 @@ CMAKE_GEN := -G Ninja
 FUZZ_BUILD ?= build-fuzz
 FUZZ_SECONDS ?= 30
 
-.PHONY: all deps build run test test-native test-web fuzz bench format clean
+.PHONY: all deps build run test test-native test-web test-agents fuzz bench format clean
 
 all: build
 
@@ -40,6 +40,13 @@ test-native:
 
 test-web:
 	@if [ -x scripts/test-web.sh ]; then scripts/test-web.sh; fi
+
+# The real Claude Code and Codex CLIs (pinned, installed from npm into ~/.cache/vantler-test-agents)
+# against a scripted local model server, hooked to the daemon of the normal build. Skips with
+# one line when npm cannot be reached; VANTLER_AGENTS_STRICT=1 makes known failures fatal.
+test-agents: build
+	@scripts/deps.sh agents
+	@python3 tests/agents/run_agents.py --build $(BUILD)
 
 # libFuzzer with ASan/UBSan over the hook line protocol, for FUZZ_SECONDS.
 fuzz:

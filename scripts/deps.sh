@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build, the tests and the app need, but only those missing.
-# Usage: scripts/deps.sh [build|test|run|all]   (default: all)
+# Usage: scripts/deps.sh [build|test|web|agents|run|all]   (default: all)
 set -euo pipefail
 what=${1:-all}
 
@@ -9,14 +9,16 @@ build_pkgs=(build-essential cmake ninja-build pkg-config git
   libgtest-dev libgmock-dev libbenchmark-dev)
 test_pkgs=(clang libclang-rt-14-dev)
 web_pkgs=(nodejs npm chromium)
+agent_pkgs=(nodejs npm tmux python3)
 
 case "$what" in
   build) pkgs=("${build_pkgs[@]}") ;;
   test) pkgs=("${build_pkgs[@]}" "${test_pkgs[@]}") ;;
   web) pkgs=("${web_pkgs[@]}") ;;
+  agents) pkgs=("${agent_pkgs[@]}") ;;
   run) pkgs=("${build_pkgs[@]}") ;;
-  all) pkgs=("${build_pkgs[@]}" "${test_pkgs[@]}" "${web_pkgs[@]}") ;;
-  *) echo "usage: $0 [build|test|web|run|all]" >&2; exit 2 ;;
+  all) pkgs=("${build_pkgs[@]}" "${test_pkgs[@]}" "${web_pkgs[@]}" "${agent_pkgs[@]}") ;;
+  *) echo "usage: $0 [build|test|web|agents|run|all]" >&2; exit 2 ;;
 esac
 
 missing=()
