@@ -12,6 +12,8 @@ scenario without state:
                     Codex asks the user first.
   "... THEN WAIT <n>"  the answer after the tool's result comes <n> seconds late (at most 10),
                     which keeps the turn open after the tool ran.
+  "SPAWN: <a> | <b>"  (Claude Code) starts one subagent per command, all in one answer, each
+                    told "RUN: <command>"; once their results are in, a text answer.
   anything else     a short text answer.
 
 Every request is appended to the record file as one JSON line ({"t", "path", "body"}), so a
@@ -29,6 +31,7 @@ from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 
 MAX_BODY = 16 << 20
 RUN = re.compile(r"RUN( UNSANDBOXED)?: (.+?)(?: THEN WAIT (\d+))?$", re.M)
+SPAWN = re.compile(r"SPAWN: (.+)$", re.M)
 
 
 def text_of(content):
@@ -63,15 +66,15 @@ def plan(prompt, result):
 # ---- Anthropic Messages -------------------------------------------------------------------
 
 
-def anthropic_plan(body):
-    messages = body.get("messages") or []
-    # Only the main conversation (it offers the shell tool) is scripted; side requests such as
-    # title generation get plain text.
+def anthropic_blocks(body, serial):
+    """The answer's content blocks, without their streamed form."""
     tools = {t.get("name") for t in body.get("tools") or [] if isinstance(t, dict)}
+    # Only conversations offering the shell tool are scripted; side requests such as title
+    # generation get plain text.
     if "Bash" not in tools:
-        return ("text", "Nothing to do.")
-    prompt, result = None, None
-    for m in messages:
+        return [{"type": "text", "text": "Nothing to do."}]
+    prompt, result, spawn, spawned = None, None, None, False
+    for m in body.get("messages") or []:
         if m.get("role") != "user":
             continue
         content = m.get("content")
@@ -79,33 +82,49 @@ def anthropic_plan(body):
         for b in blocks:
             if not isinstance(b, dict):
                 continue
+            text = b.get("text") or ""
             if b.get("type") == "tool_result":
                 result = text_of(b.get("content")) or ("error" if b.get("is_error") else "")
-            elif b.get("type") == "text" and RUN.search(b.get("text") or ""):
-                prompt, result = b["text"], None
-    return plan(prompt, result)
+                spawned = spawn is not None
+            elif b.get("type") == "text" and SPAWN.search(text):
+                spawn, spawned = SPAWN.search(text).group(1), False
+            elif b.get("type") == "text" and RUN.search(text):
+                prompt, result = text, None
+    if spawn is not None and "Agent" in tools:
+        if spawned:
+            return [{"type": "text", "text": "DONE: the agents finished"}]
+        return [{"type": "tool_use", "id": f"toolu_fake{serial}x{i}", "name": "Agent",
+                 "input": {"description": f"Helper {i + 1}", "prompt": f"RUN: {command.strip()}",
+                           "subagent_type": "general-purpose"}}
+                for i, command in enumerate(spawn.split("|"))]
+    kind, value = plan(prompt, result)
+    if kind == "text":
+        return [{"type": "text", "text": value}]
+    return [{"type": "tool_use", "id": f"toolu_fake{serial}", "name": "Bash",
+             "input": {"command": value, "description": "Run the requested command"}}]
 
 
 def anthropic_events(body, serial):
-    kind, value = anthropic_plan(body)
-    model = body.get("model") or "claude-sonnet-4-5"
+    blocks = anthropic_blocks(body, serial)
     usage = {"input_tokens": 12, "output_tokens": 1, "cache_creation_input_tokens": 0,
              "cache_read_input_tokens": 0}
     yield "message_start", {"type": "message_start", "message": {
-        "id": f"msg_fake{serial}", "type": "message", "role": "assistant", "model": model,
-        "content": [], "stop_reason": None, "stop_sequence": None, "usage": usage}}
-    if kind != "text":
-        block = {"type": "tool_use", "id": f"toolu_fake{serial}", "name": "Bash", "input": {}}
-        delta = {"type": "input_json_delta", "partial_json": json.dumps(
-            {"command": value, "description": "Run the requested command"})}
-        stop = "tool_use"
-    else:
-        block = {"type": "text", "text": ""}
-        delta = {"type": "text_delta", "text": value}
-        stop = "end_turn"
-    yield "content_block_start", {"type": "content_block_start", "index": 0, "content_block": block}
-    yield "content_block_delta", {"type": "content_block_delta", "index": 0, "delta": delta}
-    yield "content_block_stop", {"type": "content_block_stop", "index": 0}
+        "id": f"msg_fake{serial}", "type": "message", "role": "assistant",
+        "model": body.get("model") or "claude-sonnet-4-5", "content": [], "stop_reason": None,
+        "stop_sequence": None, "usage": usage}}
+    for index, block in enumerate(blocks):
+        if block["type"] == "tool_use":
+            start = dict(block, input={})
+            delta = {"type": "input_json_delta", "partial_json": json.dumps(block["input"])}
+        else:
+            start = {"type": "text", "text": ""}
+            delta = {"type": "text_delta", "text": block["text"]}
+        yield "content_block_start", {"type": "content_block_start", "index": index,
+                                      "content_block": start}
+        yield "content_block_delta", {"type": "content_block_delta", "index": index,
+                                      "delta": delta}
+        yield "content_block_stop", {"type": "content_block_stop", "index": index}
+    stop = "tool_use" if blocks[-1]["type"] == "tool_use" else "end_turn"
     yield "message_delta", {"type": "message_delta",
                             "delta": {"stop_reason": stop, "stop_sequence": None},
                             "usage": {"output_tokens": 9}}
@@ -114,14 +133,11 @@ def anthropic_events(body, serial):
 
 def anthropic_message(body, serial):
     """The same answer, not streamed."""
-    kind, value = anthropic_plan(body)
-    content = ([{"type": "tool_use", "id": f"toolu_fake{serial}", "name": "Bash",
-                 "input": {"command": value}}] if kind != "text"
-               else [{"type": "text", "text": value}])
+    blocks = anthropic_blocks(body, serial)
     return {"id": f"msg_fake{serial}", "type": "message", "role": "assistant",
-            "model": body.get("model") or "claude-sonnet-4-5", "content": content,
-            "stop_reason": "end_turn" if kind == "text" else "tool_use", "stop_sequence": None,
-            "usage": {"input_tokens": 12, "output_tokens": 9}}
+            "model": body.get("model") or "claude-sonnet-4-5", "content": blocks,
+            "stop_reason": "tool_use" if blocks[-1]["type"] == "tool_use" else "end_turn",
+            "stop_sequence": None, "usage": {"input_tokens": 12, "output_tokens": 9}}
 
 
 # ---- OpenAI Responses ---------------------------------------------------------------------

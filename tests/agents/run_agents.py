@@ -93,10 +93,13 @@ def install_clis():
             if not shutil.which("npm"):
                 return None
             try:
-                probe = subprocess.run(["npm", "view", f"{package}@{version}", "version"],
+                probe = subprocess.run(["npm", "view", "--fetch-retries=0", "--fetch-timeout=20000",
+                                        f"{package}@{version}", "version"],
                                        capture_output=True, text=True, timeout=60)
             except subprocess.TimeoutExpired:
                 return None
+            if "E404" in probe.stderr or "ETARGET" in probe.stderr:
+                raise Failed(f"{package}@{version} is not in the npm registry")
             if probe.returncode != 0 or version not in probe.stdout:
                 return None
             prefix = os.path.dirname(os.path.dirname(os.path.dirname(path)))
@@ -239,7 +242,7 @@ class World:
         path = os.path.join(self.home, ".claude.json")
         projects = {os.path.join(self.root, name): {
             "hasTrustDialogAccepted": True, "hasCompletedProjectOnboarding": True,
-            "allowedTools": []} for name in ("allow", "deny", "dialog", "failing", "print")}
+            "allowedTools": []} for name in ("allow", "deny", "dialog", "failing", "subagents", "print")}
         with open(path, "w", encoding="utf-8") as f:
             json.dump({"hasCompletedOnboarding": True, "lastOnboardingVersion": CLIS["claude"][1],
                        "theme": "dark", "projects": projects,
@@ -420,6 +423,41 @@ def scenario_failing(world):
     return figures
 
 
+def scenario_subagents(world):
+    """Two subagents of one session ask at the same time; both are answered from Vantler."""
+    window, session, asked = claude_session(
+        world, "subagents", "SPAWN: touch first.marker | touch second.marker")
+    cwd = world.project("subagents")
+    markers = [os.path.join(cwd, name) for name in ("first.marker", "second.marker")]
+    # Both subagents reach their permission request before the first answer.
+    wait_for("both subagents' tool calls", lambda: sum(
+        1 for r in world.requests() if "RUN: touch" in json.dumps(r["body"])[:20000]
+        and '"tool_result"' not in json.dumps(r["body"])) >= 2, 30)
+    time.sleep(1)
+    figures, allowed = {}, 0
+    start = time.time()
+    while allowed < 2:
+        pending = pending_of(world, "subagents")
+        if pending:
+            world.vantler("allow", pending["id"])
+            allowed += 1
+            wait_for(f"{allowed} allowed command(s) to run",
+                     lambda: sum(map(os.path.exists, markers)) >= allowed, 20, step=0.01)
+            continue
+        if time.time() - start > 10:
+            if "Do you want to proceed?" not in world.screen(window):
+                raise Failed(f"{allowed} of the 2 requests were answered, and Claude Code "
+                             f"shows no dialog for the other")
+            raise KnownFailure(
+                f"{allowed} of the 2 requests open at once could be answered from Vantler, the "
+                f"other waits in Claude Code's own dialog: a session holds one request, and a "
+                f"second one lets the first go", figures)
+        time.sleep(0.05)
+    figures["both requests allowed from Vantler"] = ms(time.time() - start)
+    world.close_window(window)
+    return figures
+
+
 def print_run(world):
     """One `claude -p` turn without tools; its wall time."""
     cwd = world.project("print")
@@ -514,6 +552,7 @@ SCENARIOS = [
     ("deny", scenario_deny),
     ("dialog", scenario_dialog),
     ("failing-tool", scenario_failing),
+    ("subagents", scenario_subagents),
     ("turn-end", scenario_turn_end),
     ("codex-exec", scenario_codex_exec),
     ("codex-approval", scenario_codex_approval),
@@ -531,7 +570,11 @@ def main():
             log(f"test-agents: {tool} is missing (scripts/deps.sh agents installs it)")
             return 1
 
-    clis = install_clis()
+    try:
+        clis = install_clis()
+    except (Failed, subprocess.SubprocessError) as e:
+        log(f"test-agents: could not install the agents' CLIs: {e}")
+        return 1
     if clis is None:
         log("test-agents: skipped, the npm registry cannot be reached to install the agents' CLIs")
         return 0
@@ -558,13 +601,14 @@ def main():
             except KnownFailure as e:
                 reason, figures = e.args
                 detail = "; ".join(f"{k} {v}" for k, v in figures.items())
+                detail = f" ({detail})" if detail else ""
                 if strict:
                     failed += 1
-                    log(f"FAIL {name}: {reason} ({detail})")
+                    log(f"FAIL {name}: {reason}{detail}")
                 else:
                     skipped += 1
-                    log(f"KNOWN FAILURE {name} (fatal with VANTLER_AGENTS_STRICT=1): {reason} "
-                        f"({detail})")
+                    log(f"KNOWN FAILURE {name} (fatal with VANTLER_AGENTS_STRICT=1): {reason}"
+                        f"{detail}")
             except Exception as e:  # noqa: BLE001 - every scenario failure is reported the same
                 failed += 1
                 log(f"FAIL {name}: {e}")
