@@ -286,6 +286,11 @@ class Server(ThreadingHTTPServer):
     daemon_threads = True
     request_queue_size = 32
 
+    def handle_error(self, request, client_address):
+        # An agent closed while it was being answered is no fault of the server.
+        if not isinstance(sys.exc_info()[1], (BrokenPipeError, ConnectionResetError)):
+            super().handle_error(request, client_address)
+
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
