@@ -410,6 +410,7 @@ def scenario_dialog(world):
                                             "RUN: touch dialog.marker THEN WAIT 5")
     figures = permission_figures(world, window, session, asked)
     marker = os.path.join(world.project("dialog"), "dialog.marker")
+    hooks = set(world.strays("vantler-hook"))
     start = time.time()
     world.tmux("send-keys", "-t", window, "1")  # "1. Yes" in Claude Code's own dialog
     wait_for("the command to run", lambda: os.path.exists(marker), 20, step=0.005)
@@ -417,11 +418,12 @@ def scenario_dialog(world):
     try:
         wait_for("the request to leave Vantler", lambda: not pending_of(world, "dialog"), 3)
     except Failed:
+        hook = ("Claude Code leaves the hook waiting" if hooks & set(world.strays("vantler-hook"))
+                else "the hook has exited")
         raise KnownFailure(
-            "the request stays pending in Vantler after it was answered in Claude Code's own "
-            "dialog and the command ran, until the turn ends: Claude Code leaves the hook "
-            "waiting, and the call's PostToolUse does not close the request (it has no "
-            "tool_use_id to match)", figures) from None
+            f"the request stays pending in Vantler after it was answered in Claude Code's own "
+            f"dialog and the command ran, until the turn ends: {hook}, and the call's PostToolUse "
+            f"does not close the request (it has no tool_use_id to match)", figures) from None
     figures["answered in Claude Code -> gone from Vantler"] = ms(time.time() - start)
     if (world.session("claude", "dialog") or {}).get("mood") == "done":
         raise Failed("the request left Vantler only because the turn ended")
@@ -436,10 +438,12 @@ def scenario_failing(world):
                       "PostToolUseFailure hook, so a failed tool cannot show as failed")
     window, session, asked = claude_session(world, "failing", "RUN: touch nothing/failing.marker")
     figures = permission_figures(world, window, session, asked)
+    start = time.time()
     world.vantler("allow", session["id"])
     failed = wait_for("the tool to show as failed", lambda: [
         t for t in (world.session("claude", "failing") or {}).get("tools", [])
         if t.get("failed")], 30)
+    figures["vantler allow -> shown as failed"] = ms(time.time() - start)
     if "touch" not in failed[0].get("label", ""):
         raise Failed(f"the failed tool reads {failed[0]!r}")
     return figures
