@@ -207,6 +207,7 @@ TEST_F(InstallerFiles, HandFormattedFilesComeBackByteForByte) {
        "1E+2,\n\t\"hooks\": {\n\t\t\"Notification\": [\n\t\t\t{\n\t\t\t\t\"hooks\": [\n"},
       {R"({"model":"opus","n":1.50})", R"("n":1.50,"hooks":{"Notification":[{"hooks":[{)"},
       {"{}\n", "{\n  \"hooks\": {\n    \"Notification\": [\n"},
+      {"{\r\n  \"a\": {}\r\n}\r\n", "{},\r\n  \"hooks\": {\r\n    \"Notification\": [\r\n"},
   };
   struct Agent {
     std::string file;
@@ -237,6 +238,10 @@ TEST_F(InstallerFiles, HandFormattedFilesComeBackByteForByte) {
       EXPECT_EQ(got, expected);
       if (agent.file == at("/.claude/settings.json")) {
         EXPECT_NE(connected.find(c.ours), std::string::npos) << connected;
+      }
+      if (c.text.find('\r') != std::string::npos) {
+        EXPECT_EQ(std::count(connected.begin(), connected.end(), '\n'),
+                  std::count(connected.begin(), connected.end(), '\r'));
       }
       agent.set(true);
       EXPECT_EQ(slurp(agent.file), connected);

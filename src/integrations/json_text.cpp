@@ -168,6 +168,7 @@ Container scan(std::string_view t, size_t open) {
 struct Style {
   bool pretty = true;       // containers spread over lines
   std::string unit = "  ";  // one level of indentation: blanks or tabs
+  std::string newline = "\n";
 };
 
 Style detect(std::string_view t, size_t root) {
@@ -175,6 +176,7 @@ Style detect(std::string_view t, size_t root) {
   if (root >= t.size() || (t[root] != '{' && t[root] != '[')) return s;
   size_t end = skipValue(t, root);
   Container c = scan(t, root);
+  if (t.find("\r\n") != std::string_view::npos) s.newline = "\r\n";
   s.pretty = c.items.empty() || t.substr(root, end - root).find('\n') != std::string_view::npos;
   if (!c.items.empty()) {
     std::string_view lead = t.substr(c.items[0].lead, c.items[0].begin - c.items[0].lead);
@@ -221,8 +223,12 @@ class Patcher {
     std::string out;
     out.reserve(dumped.size());
     for (char c : dumped) {
-      out += c;
-      if (c == '\n') out += indent;
+      if (c != '\n') {
+        out += c;
+        continue;
+      }
+      out += style_.newline;
+      out += indent;
     }
     return out;
   }
@@ -246,7 +252,7 @@ class Patcher {
     }
     std::string indent = std::string(lineIndent(t_, c.open)) + style_.unit;
     if (!style_.pretty) return {"", false, ""};
-    return {"\n" + indent, true, indent};
+    return {style_.newline + indent, true, indent};
   }
 
   Piece kept(const Container& c, size_t i, std::string body) const {
@@ -265,7 +271,7 @@ class Patcher {
         pieces[0].lead = text(c.items[0].lead, c.items[0].begin);
         tail = text(c.items.back().end, c.close);
       } else if (style_.pretty) {
-        tail = "\n" + std::string(lineIndent(t_, c.open));
+        tail = style_.newline + std::string(lineIndent(t_, c.open));
       }
       for (size_t i = 0; i < pieces.size(); ++i) {
         if (i > 0) out += ',';
