@@ -174,6 +174,7 @@ TEST(HookCommands, OursByTheProgramTheyRunNeverByMention) {
       {R"("$HOME/.vantler/bin/vantler-hook" claude)", true},
       {home.path() + "/.vantler/bin/vantler-hook claude", true},
       {"~/.vantler/bin/vantler-hook", true},
+      {R"(/bin/sh -c '"$HOME/.vantler/bin/vantler-hook" codex || true')", true},
       {"echo vantler-hook", false},
       {"/opt/tools/vantler-hook claude", false},
       {"~/.vantler/bin/vantler-hook-debug claude", false},

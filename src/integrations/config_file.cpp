@@ -154,8 +154,7 @@ std::optional<Json> peek(const std::string& path) {
   try {
     auto bytes = read(path);
     if (!bytes) return std::nullopt;
-    Json value = parseObject(path, bytes);
-    return value;
+    return parseObject(path, bytes);
   } catch (const InstallError&) {
     return std::nullopt;
   }
@@ -200,6 +199,8 @@ void write(const std::string& path, std::string_view bytes, bool backup) {
     throw InstallError("could not save " + shown(path) + " (" + *error + ")");
 }
 
+namespace {
+
 bool isHookProgram(std::string_view path, std::string_view program) {
   if (program != kMarker) {
     // An earlier product's hook, wherever it was installed.
@@ -213,34 +214,18 @@ bool isHookProgram(std::string_view path, std::string_view program) {
   return false;
 }
 
-bool isOurCommand(std::string_view command, std::string_view program) {
-  // The guarded form every installer writes:
-  //   /bin/sh -c '[ -x "P" ] && [exec ]"P" <agent>...'
-  constexpr std::string_view shell = "/bin/sh -c '", guard = "[ -x \"", guarded = "\" ] && ";
-  if (command.starts_with(shell) && command.ends_with('\'') && command.size() > shell.size()) {
-    std::string_view script = command.substr(shell.size(), command.size() - shell.size() - 1);
-    if (!script.starts_with(guard)) return false;
-    size_t close = script.find('"', guard.size());
-    if (close == std::string_view::npos) return false;
-    std::string_view path = script.substr(guard.size(), close - guard.size());
-    std::string_view run = script.substr(close);
-    if (!run.starts_with(guarded)) return false;
-    run.remove_prefix(guarded.size());
-    if (run.starts_with("exec ")) run.remove_prefix(5);
-    std::string quoted = "\"" + std::string(path) + "\"";
-    if (!run.starts_with(quoted)) return false;
-    run.remove_prefix(quoted.size());
-    return (run.empty() || run[0] == ' ' || run[0] == ';') && isHookProgram(path, program);
-  }
-  // Or the program itself, quoted or not, with its arguments.
+// The program a shell command starts with, its quotes and escapes removed; nothing when a quote
+// is left open.
+std::optional<std::string> firstWord(std::string_view command) {
   std::string word;
   size_t i = command.find_first_not_of(" \t");
-  if (i == std::string_view::npos) return false;
-  for (; i < command.size() && command[i] != ' ' && command[i] != '\t'; ++i) {
+  for (;
+       i < command.size() && std::string_view(" \t;|&").find(command[i]) == std::string_view::npos;
+       ++i) {
     char c = command[i];
     if (c == '"' || c == '\'') {
       size_t end = command.find(c, i + 1);
-      if (end == std::string_view::npos) return false;
+      if (end == std::string_view::npos) return std::nullopt;
       word.append(command.substr(i + 1, end - i - 1));
       i = end;
     } else if (c == '\\' && i + 1 < command.size()) {
@@ -249,7 +234,34 @@ bool isOurCommand(std::string_view command, std::string_view program) {
       word += c;
     }
   }
-  return isHookProgram(word, program);
+  return word;
+}
+
+// Whether a script runs the hook program first: "P args...", "exec P args..." or the guard
+// every installer writes, '[ -x "P" ] && [exec ]"P" args...'.
+bool runsHook(std::string_view script, std::string_view program) {
+  constexpr std::string_view guard = "[ -x \"", guarded = "\" ] && ", exec = "exec ";
+  std::optional<std::string_view> checked;
+  if (script.starts_with(guard)) {
+    size_t close = script.find('"', guard.size());
+    if (close == std::string_view::npos ||
+        script.substr(close).substr(0, guarded.size()) != guarded)
+      return false;
+    checked = script.substr(guard.size(), close - guard.size());
+    script.remove_prefix(close + guarded.size());
+  }
+  if (script.starts_with(exec)) script.remove_prefix(exec.size());
+  auto word = firstWord(script);
+  return word && isHookProgram(*word, program) && (!checked || *checked == *word);
+}
+
+}  // namespace
+
+bool isOurCommand(std::string_view command, std::string_view program) {
+  constexpr std::string_view shell = "/bin/sh -c '";
+  if (command.starts_with(shell) && command.size() > shell.size() && command.ends_with('\''))
+    return runsHook(command.substr(shell.size(), command.size() - shell.size() - 1), program);
+  return runsHook(command, program);
 }
 
 bool isOurs(const Json& entry, std::string_view marker, std::string_view key) {

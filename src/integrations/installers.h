@@ -66,11 +66,11 @@ void edit(const std::string& path, const std::function<bool(Json& root)>& change
 // (for files that are entirely Vantler's). Throws InstallError.
 void write(const std::string& path, std::string_view bytes, bool backup = true);
 
-// Whether a hook command runs `program` as Vantler writes it: either the guarded form
-//   /bin/sh -c '[ -x "P" ] && [exec ]"P" <args>...'
-// or P itself (quoted or not) followed by arguments, where P is ~/.vantler/bin/<program>
-// spelt with the home directory, "~", "$HOME" or "${HOME}". Any other program name (an
-// earlier product's) matches by file name wherever it was installed.
+// Whether a hook command runs `program` first: P, "exec P" or Vantler's guarded form
+// '[ -x "P" ] && [exec ]"P" <args>', alone or as the script of /bin/sh -c '...', where P
+// (quoted or not) is ~/.vantler/bin/<program> spelt with the home directory, "~", "$HOME" or
+// "${HOME}". A command that merely mentions the program is not ours. Any other program name
+// (an earlier product's) matches by file name wherever it was installed.
 bool isOurCommand(std::string_view command, std::string_view program = kMarker);
 // Whether `entry` is an object whose string under `key` is our command (isOurCommand).
 bool isOurs(const Json& entry, std::string_view marker = kMarker, std::string_view key = "command");
