@@ -8,8 +8,8 @@ namespace JsonText {
 namespace {
 
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-// Arrays longer than this on both sides of a change are written anew instead of aligned
-// element by element.
+// An array whose changed stretch before times after exceeds this is written anew instead of
+// aligned element by element.
 constexpr size_t kMaxAlignment = 1 << 20;
 constexpr size_t kMaxReason = 160;
 
