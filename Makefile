@@ -48,15 +48,20 @@ test-agents: build
 	@scripts/deps.sh agents
 	@python3 tests/agents/run_agents.py --build $(BUILD)
 
-# libFuzzer with ASan/UBSan over the hook line protocol, for FUZZ_SECONDS.
+# libFuzzer with ASan/UBSan over the hook line protocol and the settings-file editor, for
+# FUZZ_SECONDS in all (half each).
 fuzz:
 	@scripts/deps.sh test
 	@CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=Debug \
 	  -DVANTLER_SANITIZE=ON -DVANTLER_FUZZ=ON -DVANTLER_TESTS=OFF >/dev/null
-	@cmake --build $(FUZZ_BUILD) -j $(JOBS) --target fuzz_router
-	@mkdir -p $(FUZZ_BUILD)/corpus && cp tests/fixtures/*.json* $(FUZZ_BUILD)/corpus/ 2>/dev/null || true
-	@$(FUZZ_BUILD)/fuzz_router -max_total_time=$(FUZZ_SECONDS) -max_len=8192 -print_final_stats=1 \
-	  $(FUZZ_BUILD)/corpus 2>&1 | tail -n 12
+	@cmake --build $(FUZZ_BUILD) -j $(JOBS) --target fuzz_router fuzz_settings
+	@for t in router settings; do \
+	  mkdir -p $(FUZZ_BUILD)/corpus-$$t && cp tests/fixtures/*.json* $(FUZZ_BUILD)/corpus-$$t/ 2>/dev/null; \
+	  echo "== fuzz_$$t"; \
+	  $(FUZZ_BUILD)/fuzz_$$t -max_total_time=$$(( ($(FUZZ_SECONDS) + 1) / 2 )) -max_len=8192 \
+	    -print_final_stats=1 $(FUZZ_BUILD)/corpus-$$t >$(FUZZ_BUILD)/fuzz_$$t.log 2>&1; \
+	  status=$$?; tail -n 12 $(FUZZ_BUILD)/fuzz_$$t.log; [ $$status -eq 0 ] || exit 1; \
+	done
 
 bench:
 	@scripts/deps.sh build

@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 
 #include <fstream>
@@ -313,6 +314,20 @@ TEST_F(DaemonTest, WaitingHooksEndCleanly) {
   EXPECT_EQ(quick("claude", permission), "");  // no app: the hook returns at once
 }
 
+// Connected hooks are refreshed at start; settings that cannot be read only cost a log line.
+TEST_F(DaemonTest, StartsPastSettingsItCannotRead) {
+  const std::string claude = home.path() + "/.claude/settings.json";
+  Files::makeDirs(Files::parent(claude));
+  ASSERT_EQ(mkfifo(claude.c_str(), 0600), 0);
+  Files::writeAtomic(home.path() + "/.cursor/hooks.json", "{\"version\": 1E400}");
+  start();
+  for (int i = 0; i < 500 && daemon->err().find("listening") == std::string::npos; ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  EXPECT_TRUE(daemon->running());
+  EXPECT_THAT(daemon->err(), ::testing::HasSubstr("settings.json is a named pipe, not a file"));
+  EXPECT_THAT(daemon->err(), ::testing::HasSubstr("(line 1: number overflow parsing '1E400')"));
+}
+
 TEST_F(DaemonTest, BadInputLeavesOtherSessionsServed) {
   start();
   for (const Json& event : fixture("claude_turn.jsonl")) quick("claude", event);
@@ -395,18 +410,16 @@ TEST(DaemonCli, AgentsConnectDisconnectAndUsage) {
   EXPECT_THAT(refused->err(), ::testing::HasSubstr("not a JSON object"));
   EXPECT_EQ(Files::read(settings), "[\"not an object\"]");
 
-  Files::writeAtomic(
-      settings,
-      R"({"model":"opus","hooks":{"Stop":[{"hooks":[{"type":"command","command":"notify-send done"}]}]}})");
+  const std::string mine =
+      "{\n  \"model\": \"opus\",\n  \"hooks\": {\"Stop\": [{\"hooks\": [{\"type\": \"command\", "
+      "\"command\": \"notify-send done\"}]}]}\n}\n";
+  Files::writeAtomic(settings, mine);
   EXPECT_EQ(run({"connect", "claude"})->wait(), 0);
   EXPECT_THAT(run({"agents"})->out(),
               ::testing::ContainsRegex("Claude Code \\(claude\\) +yes +yes"));
   EXPECT_TRUE(Files::exists(home.path() + "/.vantler/bin/vantler-hook"));
   EXPECT_EQ(run({"disconnect", "claude"})->wait(), 0);
-  Json after = Json::parse(*Files::read(settings));
-  EXPECT_EQ(after["model"], "opus");
-  EXPECT_EQ(after["hooks"]["Stop"][0]["hooks"][0]["command"], "notify-send done");
-  EXPECT_EQ(after.dump().find("vantler-hook"), std::string::npos);
+  EXPECT_EQ(Files::read(settings), mine);
   EXPECT_EQ(run({"connect", "nonsense"})->wait(), 1);
 
   auto usage = run({"usage", "--json"});

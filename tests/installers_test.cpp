@@ -1,5 +1,5 @@
-// Hook installers: every agent's configuration is edited in place without losing anything the
-// user wrote, with one backup, atomically, and with the exact commands each agent runs.
+// Hook installers: every agent's configuration is edited as text, changing only Vantler's own
+// entries, with one backup, atomically, and with the exact commands each agent runs.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -20,16 +20,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const std::string kClaudeCommand =
-    R"(/bin/sh -c '[ -x "$HOME/.vantler/bin/vantler-hook" ] && "$HOME/.vantler/bin/vantler-hook" claude; exit 0')";
-const std::string kGeminiCommand =
-    R"(/bin/sh -c '[ -x "$HOME/.vantler/bin/vantler-hook" ] && "$HOME/.vantler/bin/vantler-hook" gemini; exit 0')";
-const std::string kDroidCommand =
-    R"(/bin/sh -c '[ -x "$HOME/.vantler/bin/vantler-hook" ] && "$HOME/.vantler/bin/vantler-hook" droid; exit 0')";
-const std::string kCopilotCommand =
-    R"(/bin/sh -c '[ -x "$HOME/.vantler/bin/vantler-hook" ] && "$HOME/.vantler/bin/vantler-hook" copilot; exit 0')";
-const std::string kWindsurfCommand =
-    R"(/bin/sh -c '[ -x "$HOME/.vantler/bin/vantler-hook" ] && "$HOME/.vantler/bin/vantler-hook" windsurf; exit 0')";
+// The command every grouped or flat agent runs, by agent name.
+std::string hookCommand(const std::string& agent) {
+  return R"(/bin/sh -c '[ -x "$HOME/.vantler/bin/vantler-hook" ] && "$HOME/.vantler/bin/vantler-hook" )" +
+         agent + "; exit 0'";
+}
+const std::string kClaudeCommand = hookCommand("claude");
 const std::string kCursorStop =
     R"(/bin/sh -c '[ -x "$HOME/.vantler/bin/vantler-hook" ] && exec "$HOME/.vantler/bin/vantler-hook" cursor || echo "{}"')";
 const std::string kCursorPrompt =
@@ -114,21 +110,20 @@ using InstallerFiles = Installers;
 TEST_F(ClaudeInstaller, FreshHomeGetsTenGroupsAndTheExecutable) {
   HookInstaller::install();
   std::string settings = at("/.claude/settings.json"), bin = at("/.vantler/bin/vantler-hook");
-  EXPECT_EQ(readJson(settings).size(), 1u);
-  EXPECT_EQ(readJson(settings)["hooks"].size(), 10u);
   // Pretty-printed with unescaped slashes, the inner quotes escaped once.
   EXPECT_NE(slurp(settings).find(R"(      "command": "/bin/sh -c '[ -x \"$HOME/.vantler/bin/)"),
             std::string::npos);
   EXPECT_FALSE(Files::exists(settings + ".vantler-backup"));
   EXPECT_EQ(slurp(bin), slurp(hookSource));
   EXPECT_TRUE(HookInstaller::isInstalled());
-  // Installed means: the settings mention the hook anywhere and the executable can run.
+  // Installed means: an entry of ours is there and the executable can run.
   chmod(bin.c_str(), 0644);
   EXPECT_FALSE(HookInstaller::isInstalled());
   HookInstaller::copyBinary();  // puts the bundled mode back
   EXPECT_TRUE(HookInstaller::isInstalled());
-  put(settings, R"({"note": "see vantler-hook"})");
-  EXPECT_TRUE(HookInstaller::isInstalled());
+  put(settings, R"({"note": "see vantler-hook", "hooks": {"Stop": [{"hooks": [
+      {"type": "command", "command": "echo vantler-hook"}]}]}})");
+  EXPECT_FALSE(HookInstaller::isInstalled());
 
   HookInstaller::setBundledBinary(at("/nowhere"));
   fs::remove_all(at("/.vantler"));
@@ -141,23 +136,22 @@ TEST_F(ClaudeInstaller, FreshHomeGetsTenGroupsAndTheExecutable) {
 
 TEST_F(ClaudeInstaller, RemovesLegacyEntriesAndOnlyOurs) {
   std::string settings = at("/.claude/settings.json");
-  Json original = Json::parse(R"J({"model": "opus", "hooks": {
+  put(settings, R"J({"model": "opus", "hooks": {
       "Notification": [{"hooks": [{"type": "command", "command": "/x/glimmerax-hook claude"},
                                   {"type": "command", "command": "notify-send hi"}]}],
-      "Stop": [{"matcher": "", "hooks": [{"type": "command", "command": "/opt/glimmerax-hook"}]}]}})J");
-  put(settings, original.dump());
+      "Stop": [{"matcher": "", "hooks": [{"type": "command", "command": "/opt/glimmerax-hook"}]}],
+      "PreCompact": [{"hooks": [{"type": "command", "command": "\"$HOME/.vantler/bin/vantler-hook\" claude"}]}]}})J");
+  EXPECT_TRUE(HookInstaller::hasLegacyEntries());
   HookInstaller::install();
   Json hooks = readJson(settings)["hooks"];
   EXPECT_EQ(hooks["Notification"][0]["hooks"],
             Json::parse(R"([{"type": "command", "command": "notify-send hi"}])"));
   EXPECT_EQ(hooks["Stop"].size(), 1u);
+  EXPECT_EQ(hooks["PreCompact"].size(), 1u);  // an entry of ours in an older spelling counts
+  EXPECT_FALSE(HookInstaller::hasLegacyEntries());
   HookInstaller::uninstall();
   EXPECT_EQ(readJson(settings), Json::parse(R"({"model": "opus", "hooks": {"Notification":
       [{"hooks": [{"type": "command", "command": "notify-send hi"}]}]}})"));
-  put(settings, R"({"theme": "dark"})");
-  HookInstaller::install();
-  HookInstaller::uninstall();
-  EXPECT_EQ(readJson(settings), Json::parse(R"({"theme": "dark", "hooks": {}})"));
   // Nothing of ours: uninstall leaves the file alone, and creates none.
   put(settings, "{ }");
   HookInstaller::uninstall();
@@ -167,39 +161,146 @@ TEST_F(ClaudeInstaller, RemovesLegacyEntriesAndOnlyOurs) {
   EXPECT_FALSE(Files::exists(at("/.claude")));
 }
 
+TEST(HookCommands, OursByTheProgramTheyRunNeverByMention) {
+  TempHome home;
+  struct Case {
+    std::string command;
+    bool ours;
+  };
+  const std::vector<Case> cases = {
+      {kClaudeCommand, true},
+      {kCursorPrompt, true},
+      {hookCommand("windsurf"), true},
+      {R"("$HOME/.vantler/bin/vantler-hook" claude)", true},
+      {home.path() + "/.vantler/bin/vantler-hook claude", true},
+      {"~/.vantler/bin/vantler-hook", true},
+      {R"(/bin/sh -c '"$HOME/.vantler/bin/vantler-hook" codex || true')", true},
+      {"echo vantler-hook", false},
+      {"/opt/tools/vantler-hook claude", false},
+      {"~/.vantler/bin/vantler-hook-debug claude", false},
+      {"/bin/sh -c 'logger ran vantler-hook; exit 0'", false},
+      {R"(/bin/sh -c '[ -x "/opt/vantler-hook" ] && "/opt/vantler-hook" claude; exit 0')", false},
+      {R"(/bin/sh -c '[ -x "$HOME/.vantler/bin/vantler-hook" ] && "$HOME/bin/mine" claude')",
+       false},
+  };
+  for (const Case& c : cases) EXPECT_EQ(ConfigFile::isOurCommand(c.command), c.ours) << c.command;
+  EXPECT_TRUE(ConfigFile::isOurCommand("/x/glimmerax-hook claude", HookInstaller::kLegacyMarker));
+  EXPECT_FALSE(ConfigFile::isOurCommand("echo glimmerax-hook", HookInstaller::kLegacyMarker));
+}
+
+// Settings as people write them: connecting adds only our entries, in the file's own layout,
+// and disconnecting gives back every byte.
+TEST_F(InstallerFiles, HandFormattedFilesComeBackByteForByte) {
+  struct Case {
+    std::string text;
+    std::string ours;  // how our entries start in the Claude Code file
+  };
+  const std::vector<Case> cases = {
+      {"{\n  \"model\": \"opus\",\n  \"env\": {\"BIG\": 12345678901234567890, \"NAME\": "
+       "\"Ren\\u00e9e\", \"PATH\": \"a\\/b\"},\n  \"permissions\": {\n    \"allow\": "
+       "[\"Bash(ls:*)\"]\n  },\n  \"alwaysThinkingEnabled\": true\n}\n",
+       "true,\n  \"hooks\": {\n    \"Notification\": [\n      {\n        \"hooks\": [\n"},
+      {"{\n    \"hooks\": {\n        \"PreToolUse\": [{\"matcher\": \"Bash\", \"hooks\": "
+       "[{\"type\": \"command\", \"command\": \"echo vantler-hook is great\"}]}]\n    },\n    "
+       "\"theme\": \"dark\"\n}",
+       "}]}, {\"hooks\":[{\"command\":"},
+      {"{\n\t\"permissions\": {\n\t\t\"deny\": []\n\t},\n\t\"n\": 1E+2\n}\n",
+       "1E+2,\n\t\"hooks\": {\n\t\t\"Notification\": [\n\t\t\t{\n\t\t\t\t\"hooks\": [\n"},
+      {R"({"model":"opus","n":1.50})", R"("n":1.50,"hooks":{"Notification":[{"hooks":[{)"},
+      {"{}\n", "{\n  \"hooks\": {\n    \"Notification\": [\n"},
+      {"{\r\n  \"a\": {}\r\n}\r\n", "{},\r\n  \"hooks\": {\r\n    \"Notification\": [\r\n"},
+  };
+  struct Agent {
+    std::string file;
+    std::function<void(bool on)> set;
+  };
+  const std::vector<Agent> agents = {
+      {at("/.claude/settings.json"),
+       [](bool on) { on ? HookInstaller::install() : HookInstaller::uninstall(); }},
+      {at("/.gemini/settings.json"),
+       [](bool on) {
+         on ? Integrations::install(Integration::gemini)
+            : Integrations::uninstall(Integration::gemini);
+       }},
+      {at("/.codeium/windsurf/hooks.json"), [](bool on) {
+         on ? Integrations::install(Integration::windsurf)
+            : Integrations::uninstall(Integration::windsurf);
+       }}};
+  for (const Case& c : cases) {
+    for (const Agent& agent : agents) {
+      SCOPED_TRACE(agent.file + ":\n" + c.text);
+      put(agent.file, c.text);
+      agent.set(true);
+      std::string connected = slurp(agent.file);
+      Json expected = Json::parse(c.text);
+      expected.erase("hooks");
+      Json got = Json::parse(connected);
+      got.erase("hooks");
+      EXPECT_EQ(got, expected);
+      if (agent.file == at("/.claude/settings.json")) {
+        EXPECT_NE(connected.find(c.ours), std::string::npos) << connected;
+      }
+      if (c.text.find('\r') != std::string::npos) {
+        EXPECT_EQ(std::count(connected.begin(), connected.end(), '\n'),
+                  std::count(connected.begin(), connected.end(), '\r'));
+      }
+      agent.set(true);
+      EXPECT_EQ(slurp(agent.file), connected);
+      agent.set(false);
+      EXPECT_EQ(slurp(agent.file), c.text);
+    }
+  }
+}
+
 TEST_F(InstallerFiles, RefusesFilesItCannotEditAndLeavesThemUntouched) {
   struct Case {
     std::string text, message;
   };
   const std::vector<Case> cases = {
       {"[1, 2]", "~/.claude/settings.json is not a JSON object; left it untouched"},
-      {"\"text\"", "~/.claude/settings.json is not a JSON object; left it untouched"},
-      {"{\n  \"model\": \"opus\",\n  \"hooks\": {\n", "~/.claude/settings.json is not valid JSON"},
+      {"{\n  \"model\": \"opus\",\n  \"n\": 1E400\n}",
+       "~/.claude/settings.json is not valid JSON (line 3: number overflow parsing '1E400'); "
+       "left it untouched"},
+      {"{\n  \"model\": \"opus\",\n  \"hooks\": {\n",
+       "~/.claude/settings.json is not valid JSON (line 3: syntax error while parsing object key "
+       "- unexpected end of input; expected string literal); left it untouched"},
+      {std::string(300, '[') + std::string(300, ']'), "(line 1: nested more than 256 levels deep)"},
       {R"({"hooks": "echo hi"})", R"(~/.claude/settings.json: "hooks" is not an object)"},
-      {R"({"hooks": [{"command": "x"}]})", R"("hooks" is not an object; left it untouched)"},
       {R"({"hooks": {"Stop": {"command": "x"}}})", R"(the "Stop" hooks are not a list)"},
   };
   std::string settings = at("/.claude/settings.json");
   for (const Case& c : cases) {
     SCOPED_TRACE(c.text);
     put(settings, c.text);
-    fs::remove(settings + ".vantler-backup");
     try {
       HookInstaller::install();
       ADD_FAILURE() << "install accepted the file";
     } catch (const InstallError& e) {
       EXPECT_NE(std::string(e.what()).find(c.message), std::string::npos) << e.what();
     }
+    EXPECT_FALSE(HookInstaller::isInstalled());
     EXPECT_EQ(slurp(settings), c.text);
     EXPECT_FALSE(Files::exists(settings + ".vantler-backup"));
   }
-  // The same refusal for every agent's shared file.
-  put(at("/.cursor/hooks.json"), "[]");
-  put(at("/.gemini/settings.json"), "{oops");
-  EXPECT_THROW(CursorHooks::install(), InstallError);
-  EXPECT_THROW(Integrations::install(Integration::gemini), InstallError);
-  EXPECT_EQ(slurp(at("/.cursor/hooks.json")), "[]");
-  EXPECT_EQ(slurp(at("/.gemini/settings.json")), "{oops");
+  // A named pipe or a directory is refused at once, never read or replaced.
+  fs::remove(settings);
+  ASSERT_EQ(mkfifo(settings.c_str(), 0600), 0);
+  fs::create_directories(at("/.cursor/hooks.json"));
+  for (auto [install, message] :
+       {std::pair<std::function<void()>, std::string>{
+            HookInstaller::install, "~/.claude/settings.json is a named pipe, not a file"},
+        {CursorHooks::install, "~/.cursor/hooks.json is a directory, not a file"}}) {
+    try {
+      install();
+      ADD_FAILURE() << "accepted: " << message;
+    } catch (const InstallError& e) {
+      EXPECT_NE(std::string(e.what()).find(message), std::string::npos) << e.what();
+    }
+  }
+  EXPECT_FALSE(HookInstaller::isInstalled());
+  EXPECT_FALSE(CursorHooks::isInstalled());
+  EXPECT_TRUE(fs::is_fifo(settings));
+  EXPECT_TRUE(fs::is_directory(at("/.cursor/hooks.json")));
 }
 
 TEST_F(InstallerFiles, FailedWriteLeavesTheOldFileWholeAndNoTemporaries) {
@@ -225,48 +326,57 @@ TEST_F(InstallerFiles, FailedWriteLeavesTheOldFileWholeAndNoTemporaries) {
   EXPECT_EQ(names, (std::vector<std::string>{"settings.json", "settings.json.vantler-backup"}));
 }
 
-TEST_F(InstallerFiles, FollowsSymlinksAndKeepsPermissions) {
-  std::string real = at("/dotfiles/claude.json");
-  put(real, R"({"env": {"TOKEN": "secret"}})");
-  chmod(real.c_str(), 0600);
-  Files::makeDirs(at("/.claude"));
-  fs::create_symlink(real, at("/.claude/settings.json"));
-  HookInstaller::install();
-  EXPECT_TRUE(fs::is_symlink(at("/.claude/settings.json")));
-  EXPECT_EQ(readJson(real)["env"]["TOKEN"], "secret");
-  EXPECT_EQ(readJson(real)["hooks"].size(), 10u);
-  EXPECT_EQ(fs::status(real).permissions(), fs::perms(0600));
-  EXPECT_EQ(fs::status(at("/.claude/settings.json.vantler-backup")).permissions(), fs::perms(0600));
+TEST_F(InstallerFiles, EveryAgentWritesThroughSymlinksAndKeepsPermissions) {
+  for (const char* dir : {"/.gemini", "/.factory", "/.copilot", "/.codeium/windsurf"})
+    Files::makeDirs(at(dir));
+  struct Case {
+    std::string link;
+    std::function<void()> install;
+  };
+  const std::vector<Case> cases = {
+      {"/.claude/settings.json", HookInstaller::install},
+      {"/.cursor/hooks.json", CursorHooks::install},
+      {"/.gemini/settings.json", [] { Integrations::connect("gemini"); }},
+      {"/.factory/settings.json", [] { Integrations::connect("droid"); }},
+      {"/.codeium/windsurf/hooks.json", [] { Integrations::connect("windsurf"); }},
+      {"/.copilot/hooks/vantler.json", [] { Integrations::connect("copilot"); }},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.link);
+    std::string real = at("/dotfiles" + c.link), link = at(c.link);
+    put(real, R"({"env": {"TOKEN": "secret"}})");
+    chmod(real.c_str(), 0600);
+    Files::makeDirs(Files::parent(link));
+    fs::create_symlink(real, link);
+    c.install();
+    EXPECT_TRUE(fs::is_symlink(link));
+    EXPECT_NE(slurp(real).find("vantler-hook"), std::string::npos);
+    EXPECT_EQ(fs::status(real).permissions(), fs::perms(0600));
+    EXPECT_EQ(fs::status(link + ".vantler-backup").permissions(), fs::perms(0600));
+  }
+  EXPECT_EQ(readJson(at("/dotfiles/.claude/settings.json"))["env"]["TOKEN"], "secret");
+  std::vector<std::string> names;
+  for (const auto& entry : fs::directory_iterator(at("/.claude")))
+    names.push_back(entry.path().filename());
+  std::sort(names.begin(), names.end());
+  EXPECT_EQ(names, (std::vector<std::string>{"settings.json", "settings.json.vantler-backup"}));
 }
 
 TEST_F(CursorInstaller, KeepsTheUsersVersionOrStartsAtOne) {
   std::string file = at("/.cursor/hooks.json");
-  put(file, R"({"version": 2, "hooks": {"stop": [{"command": "paplay done.oga"}]}})");
+  std::string text = R"({"version": 2, "hooks": {"stop": [{"command": "paplay done.oga"}]}})";
+  put(file, text);
   CursorHooks::install();
   EXPECT_EQ(readJson(file)["version"], 2);
+  EXPECT_EQ(readJson(file)["hooks"]["stop"][1], (Json{{"command", kCursorStop}, {"timeout", 60}}));
   EXPECT_TRUE(CursorHooks::isInstalled());
   CursorHooks::uninstall();
-  EXPECT_EQ(readJson(file),
-            Json::parse(R"({"version": 2, "hooks": {"stop": [{"command": "paplay done.oga"}]}})"));
+  EXPECT_EQ(slurp(file), text);
   EXPECT_FALSE(CursorHooks::isInstalled());
   fs::remove_all(at("/.cursor"));
   CursorHooks::install();
   EXPECT_EQ(readJson(file)["version"], 1);
   EXPECT_EQ(readJson(file)["hooks"].size(), 9u);
-}
-
-TEST_F(IntegrationInstallers, AvailabilityFromPathOrHomeDirectories) {
-  EXPECT_FALSE(CursorHooks::available());
-  EXPECT_FALSE(Integrations::available(Integration::windsurf));
-  put(pathDir + "/cursor", "#!/bin/sh\n");
-  EXPECT_FALSE(CursorHooks::available());  // not executable
-  chmod((pathDir + "/cursor").c_str(), 0755);
-  EXPECT_TRUE(CursorHooks::available());
-  Files::makeDirs(at("/.codeium/windsurf"));
-  EXPECT_TRUE(Integrations::available(Integration::windsurf));
-  EXPECT_FALSE(Integrations::available(Integration::opencode));
-  Files::makeDirs(at("/.opencode"));
-  EXPECT_TRUE(Integrations::available(Integration::opencode));
 }
 
 TEST_F(IntegrationInstallers, DroidPrefersHooksJsonOverSettings) {
@@ -284,12 +394,7 @@ TEST_F(IntegrationInstallers, CopilotAndOpenCodeOwnWholeFiles) {
   Integrations::install(Integration::copilot);
   Json copilot = readJson(at("/.copilot/hooks/vantler.json"));
   EXPECT_EQ(copilot["version"], 1);
-  ASSERT_EQ(copilot["hooks"].size(), 7u);
-  for (const char* event : {"sessionStart", "sessionEnd", "userPromptSubmitted", "preToolUse",
-                            "postToolUse", "agentStop", "errorOccurred"})
-    EXPECT_EQ(
-        copilot["hooks"][event],
-        Json::array({Json{{"type", "command"}, {"bash", kCopilotCommand}, {"timeoutSec", 10}}}));
+  EXPECT_EQ(copilot["hooks"].size(), 7u);
   EXPECT_TRUE(Integrations::isInstalled(Integration::copilot));
   Integrations::uninstall(Integration::copilot);
   EXPECT_FALSE(Files::exists(at("/.copilot/hooks/vantler.json")));
@@ -297,42 +402,23 @@ TEST_F(IntegrationInstallers, CopilotAndOpenCodeOwnWholeFiles) {
 
   std::string plugin = at("/.config/opencode/plugin/vantler.js");
   Integrations::install(Integration::opencode);
-  std::string text = slurp(plugin);
-  size_t characters =
-      std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; });
-  EXPECT_EQ(characters, 1584u);
-  EXPECT_NE(text.find("const hook = `${process.env.HOME}/.vantler/bin/vantler-hook`\n\n"),
-            std::string::npos);
+  EXPECT_EQ(slurp(plugin), Integrations::openCodePlugin());
   EXPECT_TRUE(Integrations::isInstalled(Integration::opencode));
   Integrations::uninstall(Integration::opencode);
   Integrations::uninstall(Integration::opencode);
   EXPECT_FALSE(Files::exists(plugin));
 }
 
-TEST_F(IntegrationInstallers, PreferencesReportFilesAndApplyChanges) {
+TEST_F(IntegrationInstallers, PreferencesAndConnectById) {
   Integrations::registerPrefs();
   Defaults defaults(at("/.config/vantler/defaults.json"));
-  Json settings = Prefs::json(defaults);
-  EXPECT_EQ(settings["hooksInstalled"], false);
-  EXPECT_EQ(settings["cursorInstalled"], false);
-  EXPECT_EQ(settings["cursorAvailable"], false);
-  Json rows = Json::array();
-  for (auto [id, label] : {std::pair{"gemini", "Gemini CLI"},
-                           {"droid", "Droid"},
-                           {"copilot", "Copilot CLI"},
-                           {"windsurf", "Windsurf"},
-                           {"opencode", "OpenCode"}})
-    rows.push_back({{"id", id}, {"label", label}, {"available", false}, {"installed", false}});
-  EXPECT_EQ(settings["integrations"], rows);
-
   // Gemini CLI is not on this machine: refused, and nothing created.
   EXPECT_TRUE(Prefs::set(defaults, "integration:gemini", true).has_value());
   EXPECT_FALSE(Files::exists(at("/.gemini")));
-  EXPECT_EQ(Prefs::json(defaults)["integrations"][0]["installed"], false);
   Files::makeDirs(at("/.gemini"));
   EXPECT_EQ(Prefs::set(defaults, "integration:gemini", true), std::nullopt);
   EXPECT_EQ(Prefs::set(defaults, "hooksInstalled", true), std::nullopt);
-  settings = Prefs::json(defaults);
+  Json settings = Prefs::json(defaults);
   EXPECT_EQ(settings["integrations"][0]["installed"], true);
   EXPECT_EQ(settings["hooksInstalled"], true);
   EXPECT_FALSE(defaults.has("hooksInstalled"));  // the files are the record
@@ -345,22 +431,8 @@ TEST_F(IntegrationInstallers, PreferencesReportFilesAndApplyChanges) {
   EXPECT_EQ(Prefs::json(defaults)["hooksInstalled"], false);
   EXPECT_TRUE(Prefs::set(defaults, "integration:nope", true).has_value());
   EXPECT_TRUE(Prefs::set(defaults, "cursorInstalled", "yes").has_value());
-}
-
-TEST_F(IntegrationInstallers, AgentTableAndConnectById) {
-  std::vector<std::string> ids;
-  for (const auto& row : Integrations::table()) ids.push_back(row.id);
-  EXPECT_EQ(ids, (std::vector<std::string>{"claude", "cursor", "gemini", "droid", "copilot",
-                                           "windsurf", "opencode"}));
   EXPECT_THROW(Integrations::connect("vim"), InstallError);
   EXPECT_THROW(Integrations::disconnect("vim"), InstallError);
-  Files::makeDirs(at("/.copilot"));
-  Integrations::connect("copilot");
-  auto rows = Integrations::table();
-  EXPECT_TRUE(rows[4].available && rows[4].connected);
-  EXPECT_EQ(rows[4].configPath, at("/.copilot/hooks/vantler.json"));
-  Integrations::disconnect("copilot");
-  EXPECT_FALSE(Integrations::table()[4].connected);
 }
 
 // Random settings files of every shape an agent would still accept: foreign keys, foreign
@@ -443,14 +515,14 @@ TEST_F(InstallerProperty, RandomSettingsKeepForeignContentAndRoundTrip) {
        [](bool on) { on ? CursorHooks::install() : CursorHooks::uninstall(); }},
       {at("/.codeium/windsurf/hooks.json"), false, other(Integration::windsurf)}};
   for (const Ev& e : kClaudeEvents) agents[0].ours[e.name] = group(kClaudeCommand, e);
-  for (const Ev& e : kGeminiEvents) agents[1].ours[e.name] = group(kGeminiCommand, e);
-  for (const Ev& e : kDroidEvents) agents[2].ours[e.name] = group(kDroidCommand, e);
+  for (const Ev& e : kGeminiEvents) agents[1].ours[e.name] = group(hookCommand("gemini"), e);
+  for (const Ev& e : kDroidEvents) agents[2].ours[e.name] = group(hookCommand("droid"), e);
   for (const std::string& e : kCursorEvents) {
     agents[3].ours[e] = {{"command", e == "beforeSubmitPrompt" ? kCursorPrompt : kCursorStop}};
     if (e == "stop") agents[3].ours[e]["timeout"] = 60;
   }
   for (const std::string& e : kWindsurfEvents)
-    agents[4].ours[e] = {{"command", kWindsurfCommand}, {"show_output", false}};
+    agents[4].ours[e] = {{"command", hookCommand("windsurf")}, {"show_output", false}};
 
   int checked = 0;
   for (int round = 0; round < 60; ++round) {
@@ -476,10 +548,21 @@ TEST_F(InstallerProperty, RandomSettingsKeepForeignContentAndRoundTrip) {
 
       agent.set(false);
       ASSERT_EQ(normal(readJson(agent.file)), normal(expected));
-      ++checked;
+      // Byte for byte, unless the file held something our removal cannot tell from ours: an
+      // empty hooks object, an empty list under one of our events, or no Cursor version.
+      bool exact = expected == original;
+      if (const Json* hooks = JsonField::find(original, "hooks")) {
+        exact = exact && !hooks->empty();
+        for (const auto& [event, mine] : agent.ours)
+          exact = exact && !(hooks->contains(event) && (*hooks)[event].empty());
+      }
+      if (exact) {
+        ASSERT_EQ(slurp(agent.file), text);
+      }
+      checked += exact;
     }
   }
-  EXPECT_EQ(checked, 300);
+  EXPECT_GT(checked, 100);
 }
 
 }  // namespace

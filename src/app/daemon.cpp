@@ -49,21 +49,19 @@ void terminate(pid_t pid) {
 
 // Hooks written by an earlier version point at an older command: they are written again on
 // every start. Errors here are not worth stopping for.
+// A settings file that cannot be read is reported once here and otherwise left alone.
 void refreshHooks() {
   try {
-    if (HookInstaller::isInstalled()) {
-      HookInstaller::install();
-    } else if (auto text = Files::read(HookInstaller::settingsPath());
-               text && text->find(HookInstaller::kLegacyMarker) != std::string::npos) {
-      HookInstaller::install();
-    }
-  } catch (const InstallError& e) {
+    ConfigFile::load(HookInstaller::settingsPath());
+    if (HookInstaller::isInstalled() || HookInstaller::hasLegacyEntries()) HookInstaller::install();
+  } catch (const std::exception& e) {
     g_warning("Vantler: %s", e.what());
   }
   try {
     const char* connect = std::getenv("VANTLER_CONNECT_CURSOR");
+    if (Files::exists(Files::home() + "/.cursor")) ConfigFile::load(CursorHooks::path());
     if (CursorHooks::isInstalled() || (connect && *connect)) CursorHooks::install();
-  } catch (const InstallError& e) {
+  } catch (const std::exception& e) {
     g_warning("Vantler: %s", e.what());
   }
 }

@@ -1,42 +1,50 @@
 // The one way agents' configuration files are read and written.
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 
 #include "core/files.h"
 #include "integrations/installers.h"
+#include "integrations/json_text.h"
 
 namespace ConfigFile {
 namespace {
-
-// The file's bytes; nothing when it does not exist. A file that exists but cannot be read is
-// an error: treating it as empty would overwrite it.
-std::optional<std::string> readBytes(const std::string& path) {
-  if (auto bytes = Files::read(path)) return bytes;
-  if (Files::exists(path)) throw InstallError("cannot read " + shown(path));
-  return std::nullopt;
-}
 
 bool blank(std::string_view text) {
   return text.find_first_not_of(" \t\r\n") == std::string_view::npos;
 }
 
+const char* kindOf(mode_t mode) {
+  if (S_ISDIR(mode)) return "a directory";
+  if (S_ISFIFO(mode)) return "a named pipe";
+  if (S_ISSOCK(mode)) return "a socket";
+  if (S_ISCHR(mode) || S_ISBLK(mode)) return "a device";
+  return "not a regular file";
+}
+
+[[noreturn]] void refuse(const std::string& path, mode_t mode) {
+  throw InstallError(shown(path) + " is " + kindOf(mode) + ", not a file; left it untouched");
+}
+
+[[noreturn]] void unreadable(const std::string& path) {
+  throw InstallError("cannot read " + shown(path) + ": " + std::strerror(errno));
+}
+
 Json parseObject(const std::string& path, const std::optional<std::string>& bytes) {
   if (!bytes || blank(*bytes)) return Json::object();
-  Json value;
-  try {
-    value = Json::parse(*bytes);
-  } catch (const Json::parse_error& e) {
-    size_t end = std::min<size_t>(e.byte, bytes->size());
-    auto line = 1 + std::count(bytes->begin(), bytes->begin() + static_cast<ptrdiff_t>(end), '\n');
-    throw InstallError(shown(path) + " is not valid JSON (line " + std::to_string(line) +
+  JsonText::Parsed parsed = JsonText::parse(*bytes);
+  if (!parsed.error.empty())
+    throw InstallError(shown(path) + " is not valid JSON (" + parsed.error +
                        "); left it untouched");
-  }
-  if (!value.is_object())
+  if (!parsed.value.is_object())
     throw InstallError(shown(path) + " is not a JSON object; left it untouched");
-  return value;
+  return std::move(parsed.value);
 }
 
 // Where the bytes really go: the target of a symbolic link, so a link into a dotfiles
@@ -101,30 +109,82 @@ std::string serialise(const Json& value) {
   }
 }
 
+std::optional<std::string> read(const std::string& path) {
+  // Looked at before opening, so a device is never opened, and again through the descriptor,
+  // so what is read is what was checked. Non-blocking: a pipe without a writer cannot hang.
+  struct stat st;
+  if (::stat(path.c_str(), &st) != 0) {
+    if (errno == ENOENT || errno == ENOTDIR) return std::nullopt;
+    unreadable(path);
+  }
+  if (!S_ISREG(st.st_mode)) refuse(path, st.st_mode);
+  int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+  if (fd < 0) unreadable(path);
+  std::string bytes;
+  try {
+    if (::fstat(fd, &st) != 0) unreadable(path);
+    if (!S_ISREG(st.st_mode)) refuse(path, st.st_mode);
+    if (static_cast<uint64_t>(st.st_size) > kMaxBytes)
+      throw InstallError(shown(path) + " is larger than " + std::to_string(kMaxBytes >> 20) +
+                         " MB; left it untouched");
+    char buffer[16384];
+    for (;;) {
+      ssize_t n = ::read(fd, buffer, sizeof buffer);
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0) unreadable(path);
+      if (n == 0) break;
+      bytes.append(buffer, static_cast<size_t>(n));
+      if (bytes.size() > kMaxBytes)
+        throw InstallError(shown(path) + " grew past " + std::to_string(kMaxBytes >> 20) +
+                           " MB while being read; left it untouched");
+    }
+  } catch (...) {
+    ::close(fd);
+    throw;
+  }
+  ::close(fd);
+  return bytes;
+}
+
 Json load(const std::string& path) {
-  return parseObject(path, readBytes(path));
+  return parseObject(path, read(path));
 }
 
 std::optional<Json> peek(const std::string& path) {
-  auto bytes = Files::read(path);
-  if (!bytes) return std::nullopt;
-  if (blank(*bytes)) return Json::object();
-  Json value = JsonField::parse(*bytes);
-  if (!value.is_object()) return std::nullopt;
-  return value;
+  try {
+    auto bytes = read(path);
+    if (!bytes) return std::nullopt;
+    return parseObject(path, bytes);
+  } catch (const InstallError&) {
+    return std::nullopt;
+  }
 }
 
 void edit(const std::string& path, const std::function<bool(Json& root)>& change,
           bool createIfMissing) {
-  auto before = readBytes(path);
+  auto before = read(path);
   if (!before && !createIfMissing) return;
   Json root = parseObject(path, before);
+  const Json original = root;
   if (!change(root)) return;
-  write(path, serialise(root));
+  // Hooks that this edit emptied were ours: the member goes, as it was before we came.
+  auto hooks = root.find("hooks");
+  if (hooks != root.end() && hooks->is_object() && hooks->empty() &&
+      !JsonField::object(original, "hooks").empty())
+    root.erase(hooks);
+  if (root == original) return;
+  if (!before || blank(*before)) return write(path, serialise(root));
+  std::string bytes;
+  try {
+    bytes = JsonText::patch(*before, original, root);
+  } catch (const Json::exception&) {
+    throw InstallError(shown(path) + " holds text that is not valid UTF-8; left it untouched");
+  }
+  write(path, bytes);
 }
 
 void write(const std::string& path, std::string_view bytes, bool backup) {
-  auto before = readBytes(path);
+  auto before = read(path);
   if (before && *before == bytes) return;
   std::string real = target(path);
   if (before && backup) {
@@ -139,10 +199,74 @@ void write(const std::string& path, std::string_view bytes, bool backup) {
     throw InstallError("could not save " + shown(path) + " (" + *error + ")");
 }
 
+namespace {
+
+bool isHookProgram(std::string_view path, std::string_view program) {
+  if (program != kMarker) {
+    // An earlier product's hook, wherever it was installed.
+    auto slash = path.rfind('/');
+    return path.substr(slash == std::string_view::npos ? 0 : slash + 1) == program;
+  }
+  const std::string rest = "/.vantler/bin/" + std::string(program);
+  for (const std::string& dir :
+       {Files::home(), std::string("~"), std::string("$HOME"), std::string("${HOME}")})
+    if (path == dir + rest) return true;
+  return false;
+}
+
+// The program a shell command starts with, its quotes and escapes removed; nothing when a quote
+// is left open.
+std::optional<std::string> firstWord(std::string_view command) {
+  std::string word;
+  size_t i = command.find_first_not_of(" \t");
+  for (;
+       i < command.size() && std::string_view(" \t;|&").find(command[i]) == std::string_view::npos;
+       ++i) {
+    char c = command[i];
+    if (c == '"' || c == '\'') {
+      size_t end = command.find(c, i + 1);
+      if (end == std::string_view::npos) return std::nullopt;
+      word.append(command.substr(i + 1, end - i - 1));
+      i = end;
+    } else if (c == '\\' && i + 1 < command.size()) {
+      word += command[++i];
+    } else {
+      word += c;
+    }
+  }
+  return word;
+}
+
+// Whether a script runs the hook program first: "P args...", "exec P args..." or the guard
+// every installer writes, '[ -x "P" ] && [exec ]"P" args...'.
+bool runsHook(std::string_view script, std::string_view program) {
+  constexpr std::string_view guard = "[ -x \"", guarded = "\" ] && ", exec = "exec ";
+  std::optional<std::string_view> checked;
+  if (script.starts_with(guard)) {
+    size_t close = script.find('"', guard.size());
+    if (close == std::string_view::npos ||
+        script.substr(close).substr(0, guarded.size()) != guarded)
+      return false;
+    checked = script.substr(guard.size(), close - guard.size());
+    script.remove_prefix(close + guarded.size());
+  }
+  if (script.starts_with(exec)) script.remove_prefix(exec.size());
+  auto word = firstWord(script);
+  return word && isHookProgram(*word, program) && (!checked || *checked == *word);
+}
+
+}  // namespace
+
+bool isOurCommand(std::string_view command, std::string_view program) {
+  constexpr std::string_view shell = "/bin/sh -c '";
+  if (command.starts_with(shell) && command.size() > shell.size() && command.ends_with('\''))
+    return runsHook(command.substr(shell.size(), command.size() - shell.size() - 1), program);
+  return runsHook(command, program);
+}
+
 bool isOurs(const Json& entry, std::string_view marker, std::string_view key) {
   const Json* text = JsonField::find(entry, key);
-  return text && text->is_string() &&
-         text->get_ref<const std::string&>().find(marker) != std::string::npos;
+  return text && text->is_string() && isOurCommand(text->get_ref<const std::string&>(), marker);
 }
 
 bool stripGroups(Json& hooks, std::string_view marker) {

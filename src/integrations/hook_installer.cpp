@@ -86,7 +86,7 @@ void copyBinary() {
     throw InstallError("could not read the hook program " + *source);
   unsigned mode = st.st_mode & 07777;
   struct stat old;
-  if (::stat(dest.c_str(), &old) == 0 && (old.st_mode & 07777) == mode &&
+  if (::stat(dest.c_str(), &old) == 0 && S_ISREG(old.st_mode) && (old.st_mode & 07777) == mode &&
       Files::read(dest) == bytes)
     return;
   // Renamed into place: an agent running the old copy keeps it, a new run gets the new one.
@@ -95,9 +95,14 @@ void copyBinary() {
 }
 
 bool isInstalled() {
-  auto text = Files::read(settingsPath());
-  return text && text->find(ConfigFile::kMarker) != std::string::npos &&
+  auto root = ConfigFile::peek(settingsPath());
+  return root && ConfigFile::hasGroupEntry(JsonField::object(*root, "hooks")) &&
          isExecutableFile(binPath());
+}
+
+bool hasLegacyEntries() {
+  auto root = ConfigFile::peek(settingsPath());
+  return root && ConfigFile::hasGroupEntry(JsonField::object(*root, "hooks"), kLegacyMarker);
 }
 
 void install() {

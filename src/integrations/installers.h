@@ -5,6 +5,7 @@
 // can read; status queries never throw.
 
 #include <array>
+#include <cstddef>
 #include <functional>
 #include <optional>
 #include <stdexcept>
@@ -20,11 +21,16 @@ struct InstallError : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// The shared edit pattern for agents' configuration files.
+// The shared edit pattern for agents' configuration files: read only when the path is a regular
+// file, edited as text so that only the changed entries' bytes change, written atomically
+// through symbolic links with one backup.
 namespace ConfigFile {
 
-// The text by which Vantler recognises its own hook commands.
+// The hook program's name; a command is Vantler's when the program it runs is exactly
+// ~/.vantler/bin/vantler-hook (see isOurCommand), never because it mentions the name.
 inline constexpr std::string_view kMarker = "vantler-hook";
+// Settings files larger than this are refused.
+inline constexpr size_t kMaxBytes = size_t{16} << 20;
 // Suffix of the single backup copy kept beside an edited file.
 inline constexpr std::string_view kBackupSuffix = ".vantler-backup";
 
@@ -34,15 +40,23 @@ std::string shown(const std::string& path);
 // Pretty-printed (two blanks), sorted keys, unescaped slashes, a final newline.
 std::string serialise(const Json& value);
 
+// The file's bytes, nothing when it does not exist. Never blocks: a named pipe, device,
+// directory or socket is refused without being read, as is a file over kMaxBytes. Throws
+// InstallError for those and for a file that cannot be read.
+std::optional<std::string> read(const std::string& path);
+
 // The file as a JSON object: a missing or empty file is an empty object. Throws InstallError
-// when the file cannot be read, is not valid JSON or is not an object.
+// when the file cannot be read, is not valid JSON (the message names the line) or is not an
+// object.
 Json load(const std::string& path);
 // The same without errors: nothing when the file is missing, unreadable or not an object.
 std::optional<Json> peek(const std::string& path);
 
-// Reads the file (as load), lets `change` edit the object and, when it reports a change and
-// the serialised result differs from the file, writes it. A missing file is skipped entirely
-// (no call, no write) when `createIfMissing` is false. Throws InstallError.
+// Reads the file (as load) and lets `change` edit the object; when it reports a change and the
+// value differs, the file's text is edited in place (JsonText::patch): every byte outside the
+// changed entries stays. A "hooks" object that the change empties is removed. A missing or
+// blank file is written pretty-printed. A missing file is skipped entirely (no call, no
+// write) when `createIfMissing` is false. Throws InstallError.
 void edit(const std::string& path, const std::function<bool(Json& root)>& change,
           bool createIfMissing = true);
 
@@ -52,7 +66,13 @@ void edit(const std::string& path, const std::function<bool(Json& root)>& change
 // (for files that are entirely Vantler's). Throws InstallError.
 void write(const std::string& path, std::string_view bytes, bool backup = true);
 
-// Whether `entry` is an object whose string under `key` contains `marker`.
+// Whether a hook command runs `program` first: P, "exec P" or Vantler's guarded form
+// '[ -x "P" ] && [exec ]"P" <args>', alone or as the script of /bin/sh -c '...', where P
+// (quoted or not) is ~/.vantler/bin/<program> spelt with the home directory, "~", "$HOME" or
+// "${HOME}". A command that merely mentions the program is not ours. Any other program name
+// (an earlier product's) matches by file name wherever it was installed.
+bool isOurCommand(std::string_view command, std::string_view program = kMarker);
+// Whether `entry` is an object whose string under `key` is our command (isOurCommand).
 bool isOurs(const Json& entry, std::string_view marker = kMarker, std::string_view key = "command");
 
 // Grouped hooks (event → [ {"matcher"?, "hooks": [entries]} ]): removes the entries that are
@@ -104,8 +124,10 @@ std::optional<std::string> bundledBinary();
 // (std::nullopt) goes back to the lookup.
 void setBundledBinary(std::optional<std::string> path);
 
-// The settings file mentions "vantler-hook" anywhere and the executable at binPath() is there.
+// The settings file holds a hook entry of ours and the executable at binPath() is there.
 bool isInstalled();
+// The settings file holds an entry of the product's earlier name (refreshed away at start).
+bool hasLegacyEntries();
 // Copies the executable (a missing source is no error), then adds Vantler's groups.
 void install();
 // Removes Vantler's groups (and legacy ones). The executable stays.

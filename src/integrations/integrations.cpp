@@ -65,8 +65,12 @@ bool groupedInstalled(const std::string& file) {
 }
 
 bool ownFileInstalled(const std::string& file) {
-  auto text = Files::read(file);
-  return text && text->find(ConfigFile::kMarker) != std::string::npos;
+  try {
+    auto text = ConfigFile::read(file);
+    return text && text->find(ConfigFile::kMarker) != std::string::npos;
+  } catch (const InstallError&) {
+    return false;
+  }
 }
 
 void removeOwnFile(const std::string& file) {
