@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include "bridge/adapters.h"
 #include "test_support.h"
 
 using ::testing::ElementsAre;
@@ -13,23 +14,19 @@ class AdapterTest : public HubTest {
     std::vector<std::string> replies;
   };
   int attention = 0;
+  std::unique_ptr<Adapters> adapters;
 
   void SetUp() override {
     HubTest::SetUp();
     hub->onAttention = [this] { ++attention; };
+    adapters = std::make_unique<Adapters>(*hub);
   }
 
   // Delivers a payload as the bridge would; replies land in the returned record.
   std::shared_ptr<Sent> send(Json payload) {
     auto sent = std::make_shared<Sent>();
     auto reply = [sent](const std::string& text) { sent->replies.push_back(text); };
-    std::string agent = JsonField::str(payload, "_agent", "claude");
-    if (agent == "claude")
-      sent->held = hub->claude(payload, reply);
-    else if (agent == "cursor")
-      sent->held = hub->cursor(payload, reply);
-    else
-      sent->held = hub->adapted(payload, reply);
+    sent->held = adapters->handle(payload, reply);
     return sent;
   }
 

@@ -4,6 +4,7 @@
 
 #include "core/session.h"
 #include "test_support.h"
+#include "usage/pricing.h"
 
 namespace {
 Session working(std::string activity = "") {
@@ -149,7 +150,8 @@ TEST(SessionJson, StatsAndTallyShape) {
   s.finishedAt = 90;  // stale: from an earlier turn
   for (int i = 0; i < 6; ++i) s.countTool("T" + std::to_string(i), Json::object(), 10 + i);
   s.tally[1].last = 100;
-  Json j = s.json(200, 15);
+  PricingCatalog models;
+  Json j = s.json(200, 15, &models);
   EXPECT_EQ(j["project"], "/");
   EXPECT_EQ(j["stats"]["model"], "Sonnet 4.5");
   EXPECT_DOUBLE_EQ(j["stats"]["context"].get<double>(), 0.25);
@@ -163,7 +165,7 @@ TEST(SessionJson, StatsAndTallyShape) {
   s.agent = Agent::codex;
   s.stats.model = "gpt-5-codex";  // no price entry: no context without a reported window
   s.finishedAt = 150;
-  j = s.json(200, 15);
+  j = s.json(200, 15, &models);
   EXPECT_EQ(j["stats"]["model"], "gpt-5-codex");
   EXPECT_FALSE(j["stats"].contains("context"));
   EXPECT_EQ(j["stats"]["turnEnd"], 150000.0);

@@ -96,7 +96,8 @@ class HubTest : public ::testing::Test {
     HubPorts ports{transcripts, prs, recent, jumper, [this](int32_t pid) {
                      auto it = probeResults.find(pid);
                      return it == probeResults.end() ? 0 : it->second;
-                   }};
+                   },
+                   nullptr};
     hub = std::make_unique<Hub>(loop, defaults, ports, HubOptions{home.path(), debugAnswer, true});
     hub->onChange = [this] { ++changes; };
   }

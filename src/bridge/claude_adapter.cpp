@@ -2,7 +2,7 @@
 
 #include <glib.h>
 
-#include "core/hub.h"
+#include "bridge/adapters.h"
 #include "core/prefs.h"
 #include "core/tool_text.h"
 
@@ -31,7 +31,15 @@ bool isPromptNotification(const std::string& type) {
 
 }  // namespace
 
-std::optional<std::string> Hub::claude(const Json& payload, Reply reply) {
+std::optional<std::string> Adapters::handle(const Json& payload, Hub::Reply reply) {
+  const std::string agent = JsonField::str(payload, "_agent", "claude");
+  if (agent == "cursor") return cursor_.handle(payload, std::move(reply));
+  if (agent == "claude" || agent == "codex" || !JsonField::hasString(payload, "_agent"))
+    return claude_.handle(payload, std::move(reply));
+  return others_.handle(payload, std::move(reply));
+}
+
+std::optional<std::string> ClaudeAdapter::handle(const Json& payload, Hub::Reply reply) {
   if (!JsonField::hasString(payload, "session_id") ||
       !JsonField::hasString(payload, "hook_event_name")) {
     reply("");
@@ -41,15 +49,15 @@ std::optional<std::string> Hub::claude(const Json& payload, Reply reply) {
   const std::string key =
       std::string(Agents::raw(agent)) + ":" + JsonField::str(payload, "session_id");
   const std::string event = JsonField::str(payload, "hook_event_name");
-  const Date t = now();
+  const Date t = hub_.now();
 
-  Session s = session(key, agent, JsonField::str(payload, "cwd"));
-  untuck(key);
+  Session s = hub_.session(key, agent, JsonField::str(payload, "cwd"));
+  hub_.untuck(key);
   s.updated = t;
   copySurroundings(s, payload);
   if (JsonField::hasString(payload, "transcript_path")) {
     s.transcript = JsonField::str(payload, "transcript_path");
-    if (auto stats = ports_.transcripts->update(*s.transcript)) s.stats = std::move(*stats);
+    if (auto stats = hub_.transcripts().update(*s.transcript)) s.stats = std::move(*stats);
   }
 
   const std::string tool = JsonField::str(payload, "tool_name");
@@ -58,12 +66,8 @@ std::optional<std::string> Hub::claude(const Json& payload, Reply reply) {
   std::optional<std::string> held;
   bool attention = false;
 
-  // Opens a request, first letting go of any earlier one in this session: its hook gets the
-  // empty reply, so that agent asks in its own window instead of hanging.
   auto open = [&](std::string id, Pending::Kind kind, Json toolInput) {
-    clearPending(s);
-    s.pending = Pending{id, std::move(kind), std::move(toolInput), t, false};
-    setResponder(id, reply);
+    hub_.openRequest(s, Pending{id, std::move(kind), std::move(toolInput), t, false}, reply);
     held = std::move(id);
     attention = true;
   };
@@ -71,7 +75,7 @@ std::optional<std::string> Hub::claude(const Json& payload, Reply reply) {
   if (event == "SessionStart") {
     if (s.mood != Mood::working) s.mood = Mood::idle;
   } else if (event == "UserPromptSubmit") {
-    clearPending(s);
+    hub_.clearPending(s);
     s.title = ToolText::headline(JsonField::str(payload, "prompt"));
     s.mood = Mood::working;
     s.activity = "Thinking";
@@ -96,7 +100,7 @@ std::optional<std::string> Hub::claude(const Json& payload, Reply reply) {
       // (answered in the terminal), is over.
       if (s.pending &&
           (s.pending->is<Pending::Elsewhere>() || (!toolUse.empty() && s.pending->id == toolUse)))
-        clearPending(s);
+        hub_.clearPending(s);
       if (!s.pending) s.mood = Mood::working;
     }
   } else if (event == "PermissionRequest") {
@@ -119,20 +123,20 @@ std::optional<std::string> Hub::claude(const Json& payload, Reply reply) {
       attention = true;
     }
   } else if (event == "Stop") {
-    clearPending(s);
+    hub_.clearPending(s);
     s.finishTools(false);
     s.mood = Mood::done;
     s.finishedAt = t;
     const std::string last = JsonField::str(payload, "last_assistant_message");
     s.activity = last.empty() ? "Finished" : ToolText::shorten(last, 90);
     if (s.activity.empty()) s.activity = "Finished";
-    flash_ = Flash{key, t + kFlashFor};
-    for (double delay : {kPrRefreshSoon, kPrRefreshLater}) {
-      later(delay, [key](Hub& hub) {
+    hub_.flashSession(key);
+    for (double delay : {Hub::kPrRefreshSoon, Hub::kPrRefreshLater}) {
+      hub_.later(delay, [key](Hub& hub) {
         if (const Session* found = hub.find(key)) hub.github().refresh({found->root}, true);
       });
     }
-    const int64_t window = Prefs::replyWindow(defaults_);
+    const int64_t window = Prefs::replyWindow(hub_.defaults());
     if (window > 0 && Agents::canReply(agent) && !JsonField::boolean(payload, "stop_hook_active")) {
       open(key + ":reply:" + shortUuid(), Pending::Reply{last, t + static_cast<double>(window)},
            Json::object());
@@ -142,7 +146,7 @@ std::optional<std::string> Hub::claude(const Json& payload, Reply reply) {
   } else if (event == "SessionEnd") {
     // The agent has exited: its request can no longer be answered. The session stays in the
     // list as finished, so the user still sees how it ended; clearing or hiding removes it.
-    clearPending(s);
+    hub_.clearPending(s);
     s.finishTools(false);
     if (s.mood != Mood::done) {
       s.mood = Mood::done;
@@ -152,13 +156,13 @@ std::optional<std::string> Hub::claude(const Json& payload, Reply reply) {
   }
   // "SubagentStop" and unknown events change nothing beyond the surroundings above.
 
-  store(s);
+  hub_.store(s);
   if (held) {
-    onAttention();
-    autoAnswerForTests(s);
+    hub_.onAttention();
+    hub_.autoAnswerForTests(s);
     return held;
   }
-  if (attention) onAttention();
+  if (attention) hub_.onAttention();
   // Nothing waits: the hook is let go at once.
   reply("");
   return std::nullopt;

@@ -4,8 +4,8 @@
 #include <array>
 #include <utility>
 
+#include "bridge/adapters.h"
 #include "bridge/event_fields.h"
-#include "core/hub.h"
 
 namespace {
 
@@ -64,7 +64,7 @@ std::string_view claudeEvent(std::string_view name) {
 
 }  // namespace
 
-std::optional<std::string> Hub::adapted(const Json& payload, Reply reply) {
+std::optional<std::string> OtherAgentsAdapter::handle(const Json& payload, Hub::Reply reply) {
   using EventFields::firstString;
   const Json* inputKey = nullptr;
   for (const char* k : {"tool_input", "toolArgs", "args", "tool_info"}) {
@@ -132,5 +132,5 @@ std::optional<std::string> Hub::adapted(const Json& payload, Reply reply) {
     out["notification_type"] =
         name == "permission" ? "permission_prompt" : JsonField::str(payload, "notification_type");
   }
-  return claude(out, std::move(reply));
+  return claude_.handle(out, std::move(reply));
 }

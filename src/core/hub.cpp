@@ -136,6 +136,18 @@ void Hub::changed() {
   });
 }
 
+void Hub::openRequest(Session& session, Pending request, Reply reply) {
+  // An earlier request of the session is let go: its hook gets the empty reply, so that agent
+  // asks in its own window instead of hanging.
+  clearPending(session);
+  setResponder(request.id, std::move(reply));
+  session.pending = std::move(request);
+}
+
+void Hub::flashSession(const std::string& id) {
+  flash_ = Flash{id, now() + kFlashFor};
+}
+
 void Hub::setResponder(const std::string& pendingId, Reply reply) {
   responders_[pendingId] = std::move(reply);
 }

@@ -65,6 +65,8 @@ class Hub {
   void hookGone(const std::string& pendingId);
   // Withdraws a session's open request in place; its hook gets the empty reply.
   void clearPending(Session& session);
+  // Opens a request in the session (changed in place, not stored); `reply` answers its hook.
+  void openRequest(Session& session, Pending request, Reply reply);
   // Registers the reply function for an open request.
   void setResponder(const std::string& pendingId, Reply reply);
   bool hasResponder(const std::string& pendingId) const { return responders_.count(pendingId); }
@@ -74,11 +76,6 @@ class Hub {
   // The Codex watcher's entry point.
   void codex(const std::string& id, const std::string& cwd,
              const std::function<void(Session&)>& update);
-
-  // --- hook events (each returns the id of a request the hook must wait on) ---
-  std::optional<std::string> claude(const Json& payload, Reply reply);
-  std::optional<std::string> cursor(const Json& payload, Reply reply);
-  std::optional<std::string> adapted(const Json& payload, Reply reply);
 
   // --- decisions and replies ---
   void decide(const std::string& id, const std::string& behavior,
@@ -119,8 +116,8 @@ class Hub {
   const std::optional<Flash>& flash() const { return flash_; }
   const std::optional<PrNews>& prNews() const { return prNews_; }
   const std::unordered_map<std::string, Date>& tucked() const { return tucked_; }
-  // Last event per Cursor conversation.
-  std::unordered_map<std::string, std::string>& cursorLast() { return cursorLast_; }
+  // Marks a session whose turn just ended, for a few seconds.
+  void flashSession(const std::string& id);
   // The snapshot as compact JSON text (what is pushed), and parsed.
   std::string snapshotText() const;
   Json snapshot() const;
@@ -134,6 +131,8 @@ class Hub {
   const std::string& home() const { return options_.home; }
   TranscriptReader& transcripts() { return *ports_.transcripts; }
   PullRequests& github() { return *ports_.github; }
+  // Queues a task that does nothing once the hub is gone.
+  void later(double seconds, std::function<void(Hub&)> task);
 
   std::function<void()> onChange = [] {};
   std::function<void()> onAttention = [] {};
@@ -147,8 +146,6 @@ class Hub {
   bool isVisible(const Session& s, Date now, int64_t hideAfterMinutes) const;
   static const Session* focusAmong(const std::vector<const Session*>& shown, Date now);
   void prChanged(const std::string& root, const std::string& kind);
-  // Queues a task that does nothing once the hub is gone.
-  void later(double seconds, std::function<void(Hub&)> task);
 
   Loop& loop_;
   Defaults& defaults_;
@@ -165,7 +162,6 @@ class Hub {
   std::optional<PrNews> prNews_;
   bool pushScheduled_ = false;
   std::optional<Loop::TaskId> ticker_;
-  std::unordered_map<std::string, std::string> cursorLast_;
   Date lastSlowTick_ = 0;
   std::shared_ptr<Hub*> self_;  // weak handles to this hub for queued tasks
 };

@@ -10,7 +10,6 @@
 #include "core/ports.h"
 #include "core/text.h"
 #include "core/tool_text.h"
-#include "usage/pricing.h"
 
 namespace Agents {
 
@@ -246,15 +245,13 @@ void writePending(JsonWriter& w, const Pending& p, int64_t replyWindowSeconds) {
   w.endObject();
 }
 
-void writeStats(JsonWriter& w, const Session& s) {
+void writeStats(JsonWriter& w, const Session& s, const ModelCatalog* models) {
   w.beginObject().field("cost", s.stats.cost);
   if (s.stats.model) {
     const std::string& model = *s.stats.model;
-    w.field("model", s.agent == Agent::claude ? Pricing::label(model) : model);
+    w.field("model", models ? models->label(s.agent, model) : model);
     int64_t window = s.stats.contextWindow;
-    if (window <= 0) {
-      if (auto rate = Pricing::rate(model); rate && rate->window > 0) window = rate->window;
-    }
+    if (window <= 0 && models) window = models->contextWindow(model);
     if (s.stats.contextTokens > 0 && window > 0) {
       w.field("context", static_cast<double>(s.stats.contextTokens) / static_cast<double>(window));
       w.field("contextTokens", s.stats.contextTokens);
@@ -269,8 +266,8 @@ void writeStats(JsonWriter& w, const Session& s) {
 
 }  // namespace
 
-void Session::write(JsonWriter& w, Date now, int64_t replyWindowSeconds,
-                    const PullRequest* pr) const {
+void Session::write(JsonWriter& w, Date now, int64_t replyWindowSeconds, const PullRequest* pr,
+                    const ModelCatalog* models) const {
   w.beginObject()
       .field("id", id)
       .field("agent", Agents::raw(agent))
@@ -312,7 +309,7 @@ void Session::write(JsonWriter& w, Date now, int64_t replyWindowSeconds,
   if (auto host = Jump::hostName(*this)) w.field("host", *host);
   w.field("family", family()).field("pose", pose(now));
   w.key("stats");
-  writeStats(w, *this);
+  writeStats(w, *this, models);
   if (pending) {
     w.key("pending");
     writePending(w, *pending, replyWindowSeconds);
@@ -330,8 +327,8 @@ void Session::write(JsonWriter& w, Date now, int64_t replyWindowSeconds,
   w.endObject();
 }
 
-Json Session::json(Date now, int64_t replyWindowSeconds) const {
+Json Session::json(Date now, int64_t replyWindowSeconds, const ModelCatalog* models) const {
   JsonWriter w;
-  write(w, now, replyWindowSeconds, nullptr);
+  write(w, now, replyWindowSeconds, nullptr, models);
   return Json::parse(w.text());
 }

@@ -12,6 +12,7 @@
 #include "core/json.h"
 
 class JsonWriter;
+class ModelCatalog;
 struct PullRequest;
 
 // Seconds since 1970, as the loop's wall clock reports it.
@@ -159,9 +160,10 @@ struct Session {
   static std::string projectRoot(const std::string& path, const std::string& home);
 
   // The session object sent to the page, with the pull request of its project when known.
-  void write(JsonWriter& w, Date now, int64_t replyWindowSeconds,
-             const PullRequest* pr = nullptr) const;
-  Json json(Date now, int64_t replyWindowSeconds) const;
+  // Without a model catalog the model id is shown as it is.
+  void write(JsonWriter& w, Date now, int64_t replyWindowSeconds, const PullRequest* pr = nullptr,
+             const ModelCatalog* models = nullptr) const;
+  Json json(Date now, int64_t replyWindowSeconds, const ModelCatalog* models = nullptr) const;
 };
 
 // Milliseconds since 1970, as the page receives times.
