@@ -177,7 +177,7 @@ TEST_F(DaemonTest, ClaudeTurnPermissionsQuestionsAndReplies) {
   EXPECT_EQ(cli({"deny", kClaudeKey}), 0);
   ASSERT_EQ(denied->wait(5), 0);
   EXPECT_EQ(Json::parse(denied->out())["hookSpecificOutput"]["decision"],
-            Json({{"behavior", "deny"}, {"message", "The user denied this from the notch."}}));
+            Json({{"behavior", "deny"}, {"message", "The user denied this in Vantler's panel."}}));
   EXPECT_EQ(session(kClaudeKey)["activity"], "Denied from the notch");
 
   auto asked = hook("claude", fixture("claude_question.json")[0]);
@@ -199,10 +199,50 @@ TEST_F(DaemonTest, ClaudeTurnPermissionsQuestionsAndReplies) {
   EXPECT_EQ(
       Json::parse(stopped->out()),
       Json::parse(
-          R"({"hookSpecificOutput":{"hookEventName":"Stop","additionalContext":"The user replied from the Vantler notch. Treat this as their next message:\n\nAlso add a regression test"},"systemMessage":"Replied from the notch: Also add a regression test"})"));
+          R"({"hookSpecificOutput":{"hookEventName":"Stop","additionalContext":"The user replied in Vantler's panel. Treat this as their next message:\n\nAlso add a regression test"},"systemMessage":"Replied in Vantler's panel: Also add a regression test"})"));
   EXPECT_EQ(session(kClaudeKey)["mood"], "working");
   EXPECT_EQ(cli({"allow", "claude:unknown"}, &err), 1);
   EXPECT_THAT(err, ::testing::HasSubstr("no session claude:unknown"));
+}
+
+// Two subagents of one session ask at once: the command line answers them in turn, the first
+// together with the standing rule Claude Code offered.
+TEST_F(DaemonTest, ParallelRequestsAnsweredInTurnWithAlwaysAllow) {
+  start();
+  const Json asked = fixture("claude_permission.json")[0];
+  std::vector<std::unique_ptr<Process>> hooks;
+  for (const char* call : {"toolu_X", "toolu_Y"}) {
+    Json pre = asked;
+    pre["hook_event_name"] = "PreToolUse";
+    pre["tool_use_id"] = call;
+    pre["agent_id"] = std::string("agent-") + call;
+    EXPECT_EQ(quick("claude", pre), "");
+  }
+  auto waiting = [&](int behind) {
+    for (int i = 0; i < 300; ++i) {
+      Json s = session(kClaudeKey);
+      if (s.is_object() && JsonField::integer(s["pending"], "waiting", -1) == behind) return s;
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return Json();
+  };
+  hooks.push_back(hook("claude", asked));
+  ASSERT_TRUE(waiting(0).is_object());
+  hooks.push_back(hook("claude", asked));
+  Json shown = waiting(1);
+  ASSERT_TRUE(shown.is_object());
+  EXPECT_EQ(shown["pending"]["id"], kClaudeKey + ":toolu_X");
+  EXPECT_EQ(shown["pending"]["always"], "Always allow `git push`");
+
+  EXPECT_EQ(cli({"allow", "--always", kClaudeKey}), 0);
+  ASSERT_EQ(hooks[0]->wait(5), 0);
+  EXPECT_EQ(Json::parse(hooks[0]->out())["hookSpecificOutput"]["decision"],
+            Json({{"behavior", "allow"}, {"updatedPermissions", asked["permission_suggestions"]}}));
+  EXPECT_TRUE(hooks[1]->running());
+  EXPECT_EQ(waiting(0)["pending"]["id"], kClaudeKey + ":toolu_Y");
+  EXPECT_EQ(cli({"deny", kClaudeKey}), 0);
+  ASSERT_EQ(hooks[1]->wait(5), 0);
+  EXPECT_EQ(Json::parse(hooks[1]->out())["hookSpecificOutput"]["decision"]["behavior"], "deny");
 }
 
 TEST_F(DaemonTest, ReplyWindowExpiresAndScriptedAnswers) {
@@ -226,7 +266,7 @@ TEST_F(DaemonTest, ReplyWindowExpiresAndScriptedAnswers) {
   start({{"replyWindow", 30}});
   auto replied = hook("claude", fixture("claude_stop.json")[0]);
   ASSERT_EQ(replied->wait(5), 0);
-  EXPECT_EQ(Json::parse(replied->out())["systemMessage"], "Replied from the notch: Ship it");
+  EXPECT_EQ(Json::parse(replied->out())["systemMessage"], "Replied in Vantler's panel: Ship it");
 }
 
 TEST_F(DaemonTest, CursorGeminiDroidWindsurfOpenCode) {
@@ -246,12 +286,12 @@ TEST_F(DaemonTest, CursorGeminiDroidWindsurfOpenCode) {
 
   for (const Json& event : fixture("gemini_turn.jsonl")) EXPECT_EQ(quick("gemini", event), "");
   EXPECT_EQ(session("gemini:gem-51c2")["tally"][0]["tool"], "run_shell_command");
-  EXPECT_EQ(replyThrough("gemini", fixture("gemini_stop.json")[0], "gemini:gem-51c2", "Do it"),
-            Json({{"decision", "deny"},
-                  {"reason", "The user replied from the Vantler notch:\n\nDo it"}}));
+  EXPECT_EQ(
+      replyThrough("gemini", fixture("gemini_stop.json")[0], "gemini:gem-51c2", "Do it"),
+      Json({{"decision", "deny"}, {"reason", "The user replied in Vantler's panel:\n\nDo it"}}));
   EXPECT_EQ(replyThrough("droid", fixture("droid_stop.json")[0], "droid:droid-7e2a", "Apply it"),
             Json({{"decision", "block"},
-                  {"reason", "The user replied from the Vantler notch:\n\nApply it"}}));
+                  {"reason", "The user replied in Vantler's panel:\n\nApply it"}}));
 
   for (const Json& event : fixture("windsurf_tools.jsonl")) EXPECT_EQ(quick("windsurf", event), "");
   Json windsurf = session("windsurf:traj-9c1");

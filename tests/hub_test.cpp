@@ -120,7 +120,7 @@ TEST_F(HubTest, DecisionBodiesAndEffects) {
   hub->decide("claude:a", "deny");
   EXPECT_EQ(Json::parse(deny.at(0)),
             Json::parse(R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest",
-              "decision":{"behavior":"deny","message":"The user denied this from the notch."}}})"));
+              "decision":{"behavior":"deny","message":"The user denied this in Vantler's panel."}}})"));
   EXPECT_EQ(deny[0].find('\n'), std::string::npos);
   EXPECT_EQ(hub->find("claude:a")->activity, "Denied from the notch");
   EXPECT_FALSE(hub->find("claude:a")->pending);
@@ -161,15 +161,15 @@ TEST_F(HubTest, ReplyBodiesPerAgent) {
   const std::string text = "Also add tests";
   EXPECT_EQ(Hub::replyBody(Agent::droid, text),
             Json({{"decision", "block"},
-                  {"reason", "The user replied from the Vantler notch:\n\nAlso add tests"}}));
+                  {"reason", "The user replied in Vantler's panel:\n\nAlso add tests"}}));
   EXPECT_EQ(Hub::replyBody(Agent::gemini, text),
             Json({{"decision", "deny"},
-                  {"reason", "The user replied from the Vantler notch:\n\nAlso add tests"}}));
+                  {"reason", "The user replied in Vantler's panel:\n\nAlso add tests"}}));
   EXPECT_EQ(Hub::replyBody(Agent::cursor, text), Json({{"followup_message", "Also add tests"}}));
   EXPECT_EQ(Hub::replyBody(Agent::claude, text),
             Json::parse(R"({"hookSpecificOutput":{"hookEventName":"Stop","additionalContext":
-              "The user replied from the Vantler notch. Treat this as their next message:\n\nAlso add tests"},
-              "systemMessage":"Replied from the notch: Also add tests"})"));
+              "The user replied in Vantler's panel. Treat this as their next message:\n\nAlso add tests"},
+              "systemMessage":"Replied in Vantler's panel: Also add tests"})"));
 }
 
 TEST_F(HubTest, SendReplyStartsANewTurn) {

@@ -31,7 +31,9 @@ constexpr Command kCommands[] = {
      "Environment: VANTLER_DEMO=1 adds demonstration sessions; VANTLER_DEBUG_ANSWER=<text>\n"
      "answers every request 1.2 s after it arrives (allow, deny, or the text as a reply)."},
     {"state", "vantler state", "Prints the current state of every shown session as JSON."},
-    {"allow", "vantler allow <session-id>", "Allows the session's open permission request."},
+    {"allow", "vantler allow [--always] <session-id>",
+     "Allows the session's open permission request. --always also accepts the standing rule the\n"
+     "agent offers with it (shown in 'vantler state' as \"always\"), so it stops asking."},
     {"deny", "vantler deny <session-id>", "Denies the session's open permission request."},
     {"answer", "vantler answer <session-id> <answer>...",
      "Answers the session's questions, one argument per question in order. Several choices\n"
@@ -195,8 +197,14 @@ int main(int argc, char** argv) {
   }
   if (name == "connect" || name == "disconnect")
     return args.size() == 2 ? connect(name, args[1]) : wrongUsage();
+  bool always = false;
+  if (name == "allow" && args.size() > 1 && args[1] == "--always") {
+    always = true;
+    args.erase(args.begin() + 1);
+  }
   if (args.size() < 2) return wrongUsage();
   Json cmd = {{"type", name}, {"id", args[1]}};
+  if (always) cmd["always"] = true;
   if (name == "answer") {
     if (args.size() < 3) return wrongUsage();
     cmd["answers"] = std::vector<std::string>(args.begin() + 2, args.end());

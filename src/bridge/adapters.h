@@ -5,6 +5,7 @@
 // Each `handle` runs on the loop's thread and returns the id of a request the hook must wait
 // on; when it returns nothing, the hook has already had its answer.
 
+#include <deque>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -19,7 +20,21 @@ class ClaudeAdapter {
   Hub& hub() { return hub_; }
 
  private:
+  struct Call {
+    std::string id;  // the agent's tool_use_id
+    std::string tool;
+    Json input;
+  };
+  static constexpr size_t kCallsKept = 32;  // per session
+  static constexpr size_t kSessionsKept = 256;
+
+  // The id of the tool call a permission request without one is about: the oldest call of
+  // the session announced with the same tool and input that no open request holds yet.
+  std::string callFor(const Session& session, const std::string& tool, const Json& input);
+
   Hub& hub_;
+  // Recently announced tool calls per session, newest last.
+  std::unordered_map<std::string, std::deque<Call>> calls_;
 };
 
 class CursorAdapter {

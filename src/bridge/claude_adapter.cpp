@@ -3,6 +3,7 @@
 #include <glib.h>
 
 #include "bridge/adapters.h"
+#include "bridge/permission_rules.h"
 #include "core/prefs.h"
 #include "core/tool_text.h"
 
@@ -39,6 +40,15 @@ std::optional<std::string> Adapters::handle(const Json& payload, Hub::Reply repl
   return others_.handle(payload, std::move(reply));
 }
 
+std::string ClaudeAdapter::callFor(const Session& s, const std::string& tool, const Json& input) {
+  auto found = calls_.find(s.id);
+  if (found == calls_.end()) return {};
+  // Oldest first: parallel calls announced A, B ask in the same order.
+  for (const Call& c : found->second)
+    if (c.tool == tool && c.input == input && !s.request(s.id + ":" + c.id)) return c.id;
+  return {};
+}
+
 std::optional<std::string> ClaudeAdapter::handle(const Json& payload, Hub::Reply reply) {
   if (!JsonField::hasString(payload, "session_id") ||
       !JsonField::hasString(payload, "hook_event_name")) {
@@ -55,7 +65,8 @@ std::optional<std::string> ClaudeAdapter::handle(const Json& payload, Hub::Reply
   hub_.untuck(key);
   s.updated = t;
   copySurroundings(s, payload);
-  if (JsonField::hasString(payload, "transcript_path")) {
+  // Codex's transcript is its rollout log, which the Codex watcher reads.
+  if (agent != Agent::codex && JsonField::hasString(payload, "transcript_path")) {
     s.transcript = JsonField::str(payload, "transcript_path");
     if (auto stats = hub_.transcripts().update(*s.transcript)) s.stats = std::move(*stats);
   }
@@ -63,6 +74,7 @@ std::optional<std::string> ClaudeAdapter::handle(const Json& payload, Hub::Reply
   const std::string tool = JsonField::str(payload, "tool_name");
   const Json& input = JsonField::object(payload, "tool_input");
   const bool mainAgent = !JsonField::find(payload, "agent_id");
+  const std::string callId = JsonField::str(payload, "tool_use_id");
   std::optional<std::string> held;
   bool attention = false;
 
@@ -86,6 +98,12 @@ std::optional<std::string> ClaudeAdapter::handle(const Json& payload, Hub::Reply
     s.turnStarted = t;
     s.finishedAt.reset();
   } else if (event == "PreToolUse") {
+    if (!callId.empty()) {
+      if (calls_.size() >= kSessionsKept && !calls_.count(key)) calls_.clear();
+      std::deque<Call>& calls = calls_[key];
+      calls.push_back({callId, tool, input});
+      if (calls.size() > kCallsKept) calls.pop_front();
+    }
     if (mainAgent && tool != "AskUserQuestion") {
       s.activity = ToolText::activity(tool, input);
       s.pushTool(s.activity);
@@ -93,24 +111,35 @@ std::optional<std::string> ClaudeAdapter::handle(const Json& payload, Hub::Reply
       s.mood = Mood::working;
     }
   } else if (event == "PostToolUse" || event == "PostToolUseFailure") {
+    // The call went ahead, so a prompt shown elsewhere, or the request for this very call
+    // (answered in the terminal), is over; a subagent's call too.
+    if (s.pending && s.pending->is<Pending::Elsewhere>()) s.pending.reset();
+    if (!callId.empty()) {
+      hub_.withdrawRequest(s, key + ":" + callId);
+      if (auto calls = calls_.find(key); calls != calls_.end())
+        std::erase_if(calls->second, [&](const Call& c) { return c.id == callId; });
+    }
     if (mainAgent) {
       s.finishTools(event == "PostToolUseFailure");
-      const std::string toolUse = JsonField::str(payload, "tool_use_id");
-      // The call went ahead, so a prompt shown elsewhere, or the request for this very call
-      // (answered in the terminal), is over.
-      if (s.pending &&
-          (s.pending->is<Pending::Elsewhere>() || (!toolUse.empty() && s.pending->id == toolUse)))
-        hub_.clearPending(s);
       if (!s.pending) s.mood = Mood::working;
     }
   } else if (event == "PermissionRequest") {
-    std::string id = JsonField::str(payload, "tool_use_id");
-    if (id.empty()) id = key + ":perm:" + shortUuid();
+    // Claude Code's request carries no call id: the call announced just before it tells which
+    // one it is about. Ids are the session's key and the call's, so no answer can reach the
+    // hook of another session whose agent numbers its calls alike.
+    std::string call = callId.empty() ? callFor(s, tool, input) : callId;
+    std::string id = key + ":" + (call.empty() ? "perm:" + shortUuid() : call);
+    hub_.withdrawRequest(s, id);  // the same call asking again: the earlier hook is stale
     if (tool == "AskUserQuestion") {
       open(id, Pending::Questions{ToolText::questions(input)}, input);
     } else {
       auto [title, detail] = ToolText::permission(tool, input);
-      open(id, Pending::Permission{std::move(title), std::move(detail), tool}, input);
+      Pending::Permission perm{std::move(title), std::move(detail), tool};
+      if (auto offer = PermissionRules::offer(payload)) {
+        perm.always = std::move(offer->label);
+        perm.rule = std::move(offer->suggestion);
+      }
+      open(id, std::move(perm), input);
     }
   } else if (event == "Notification") {
     if (isPromptNotification(JsonField::str(payload, "notification_type")) && !s.pending) {
@@ -124,6 +153,7 @@ std::optional<std::string> ClaudeAdapter::handle(const Json& payload, Hub::Reply
     }
   } else if (event == "Stop") {
     hub_.clearPending(s);
+    calls_.erase(key);
     s.finishTools(false);
     s.mood = Mood::done;
     s.finishedAt = t;
@@ -147,6 +177,7 @@ std::optional<std::string> ClaudeAdapter::handle(const Json& payload, Hub::Reply
     // The agent has exited: its request can no longer be answered. The session stays in the
     // list as finished, so the user still sees how it ended; clearing or hiding removes it.
     hub_.clearPending(s);
+    calls_.erase(key);
     s.finishTools(false);
     if (s.mood != Mood::done) {
       s.mood = Mood::done;

@@ -137,11 +137,35 @@ void Hub::changed() {
 }
 
 void Hub::openRequest(Session& session, Pending request, Reply reply) {
-  // An earlier request of the session is let go: its hook gets the empty reply, so that agent
-  // asks in its own window instead of hanging.
-  clearPending(session);
   setResponder(request.id, std::move(reply));
-  session.pending = std::move(request);
+  if (session.pending && session.pending->is<Pending::Elsewhere>()) session.pending.reset();
+  if (session.pending)
+    session.queued.push_back(std::move(request));
+  else
+    session.pending = std::move(request);
+}
+
+void Hub::showNext(Session& session) {
+  session.pending.reset();
+  if (session.queued.empty()) return;
+  session.pending = std::move(session.queued.front());
+  session.queued.erase(session.queued.begin());
+}
+
+bool Hub::withdrawRequest(Session& session, const std::string& requestId) {
+  Reply reply;
+  if (session.pending && session.pending->id == requestId) {
+    reply = takeResponder(requestId);
+    showNext(session);
+  } else {
+    auto it = std::find_if(session.queued.begin(), session.queued.end(),
+                           [&](const Pending& p) { return p.id == requestId; });
+    if (it == session.queued.end()) return false;
+    reply = takeResponder(requestId);
+    session.queued.erase(it);
+  }
+  if (reply) reply("");
+  return true;
 }
 
 void Hub::flashSession(const std::string& id) {
@@ -161,10 +185,10 @@ void Hub::hookGone(const std::string& pendingId) {
   // Nothing waiting under this key means it was already answered or withdrawn. The reply
   // function is dropped uncalled: its connection is gone.
   if (responders_.erase(pendingId) == 0) return;
-  for (Session& s : sessions_) {
-    if (s.pending && s.pending->id == pendingId) {
+  for (const Session& s : sessions_) {
+    if (s.request(pendingId)) {
       Session copy = s;
-      copy.pending.reset();
+      withdrawRequest(copy, pendingId);
       store(std::move(copy));
       return;
     }
@@ -172,10 +196,15 @@ void Hub::hookGone(const std::string& pendingId) {
 }
 
 void Hub::clearPending(Session& session) {
-  if (session.pending) {
-    if (Reply reply = takeResponder(session.pending->id)) reply("");
-  }
+  std::optional<Pending> shown = std::move(session.pending);
+  std::vector<Pending> queued = std::move(session.queued);
   session.pending.reset();
+  session.queued.clear();
+  if (shown) {
+    if (Reply reply = takeResponder(shown->id)) reply("");
+  }
+  for (const Pending& p : queued)
+    if (Reply reply = takeResponder(p.id)) reply("");
 }
 
 void Hub::remove(const std::string& id) {

@@ -63,10 +63,15 @@ class Hub {
   void changed();
   // The hook behind an open request went away without an answer.
   void hookGone(const std::string& pendingId);
-  // Withdraws a session's open request in place; its hook gets the empty reply.
+  // Withdraws every open request of a session in place; each hook gets the empty reply.
   void clearPending(Session& session);
   // Opens a request in the session (changed in place, not stored); `reply` answers its hook.
+  // It is shown at once, or queued behind the session's open requests; a prompt shown in the
+  // agent's own window gives way to it.
   void openRequest(Session& session, Pending request, Reply reply);
+  // Withdraws one request, shown or queued (its hook gets the empty reply); the next one is
+  // shown. False when the session has no such request.
+  bool withdrawRequest(Session& session, const std::string& requestId);
   // Registers the reply function for an open request.
   void setResponder(const std::string& pendingId, Reply reply);
   bool hasResponder(const std::string& pendingId) const { return responders_.count(pendingId); }
@@ -77,9 +82,10 @@ class Hub {
   void codex(const std::string& id, const std::string& cwd,
              const std::function<void(Session&)>& update);
 
-  // --- decisions and replies ---
+  // --- decisions and replies (each settles the session's shown request) ---
+  // `always` also accepts the standing rule the request offers, so the agent stops asking.
   void decide(const std::string& id, const std::string& behavior,
-              const std::optional<Json>& input = std::nullopt);
+              const std::optional<Json>& input = std::nullopt, bool always = false);
   void answer(const std::string& id, const std::vector<std::string>& answers);
   void sendReply(const std::string& id, const std::string& text);
   void engage(const std::string& id);
@@ -90,8 +96,9 @@ class Hub {
 
   // The body each agent's hook expects for a reply typed after its turn.
   static Json replyBody(Agent agent, const std::string& text);
-  // The body of a permission decision.
-  static Json decisionBody(const std::string& behavior, const std::optional<Json>& input);
+  // The body of a permission decision; `rule` goes back as the one permission update.
+  static Json decisionBody(const std::string& behavior, const std::optional<Json>& input,
+                           const Json* rule = nullptr);
 
   // --- timing and ordering ---
   std::vector<const Session*> visible() const;
@@ -141,6 +148,8 @@ class Hub {
   Session* findMutable(const std::string& id);
   // Removes and returns the reply function of a request.
   Reply takeResponder(const std::string& pendingId);
+  // The shown request is settled: the oldest queued one takes its place.
+  static void showNext(Session& session);
   void saveTucked();
   void loadTucked();
   bool isVisible(const Session& s, Date now, int64_t hideAfterMinutes) const;

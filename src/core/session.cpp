@@ -65,6 +65,13 @@ std::string lastPathComponent(std::string_view path) {
   return std::string(slash == std::string_view::npos ? path : path.substr(slash + 1));
 }
 
+const Pending* Session::request(const std::string& requestId) const {
+  if (pending && pending->id == requestId) return &*pending;
+  for (const Pending& p : queued)
+    if (p.id == requestId) return &p;
+  return nullptr;
+}
+
 void Session::pushTool(std::string label) {
   for (ToolLine& line : tools) line.running = false;
   tools.push_back({std::move(label), true, false});
@@ -217,14 +224,16 @@ std::optional<std::string> hostName(const Session& session) {
 
 namespace {
 
-void writePending(JsonWriter& w, const Pending& p, int64_t replyWindowSeconds) {
+void writePending(JsonWriter& w, const Pending& p, size_t waiting, int64_t replyWindowSeconds) {
   w.beginObject()
       .field("id", p.id)
       .field("engaged", p.engaged)
       .field("since", millis(p.since))
-      .field("kind", p.kindName());
+      .field("kind", p.kindName())
+      .field("waiting", static_cast<int64_t>(waiting));
   if (auto* perm = p.as<Pending::Permission>()) {
     w.field("title", perm->title).field("detail", perm->detail).field("tool", perm->tool);
+    if (!perm->always.empty()) w.field("always", perm->always);
   } else if (auto* qs = p.as<Pending::Questions>()) {
     w.key("questions").beginArray();
     for (const Question& q : qs->questions) {
@@ -312,7 +321,7 @@ void Session::write(JsonWriter& w, Date now, int64_t replyWindowSeconds, const P
   writeStats(w, *this, models);
   if (pending) {
     w.key("pending");
-    writePending(w, *pending, replyWindowSeconds);
+    writePending(w, *pending, queued.size(), replyWindowSeconds);
   }
   if (pr) {
     w.key("pr")

@@ -69,6 +69,10 @@ struct Pending {
     std::string title;
     std::string detail;
     std::string tool;
+    // A standing rule the agent offers to remember ("always allow"): its words, and the rule as
+    // the agent wrote it, returned unchanged with the decision. Empty when none is offered.
+    std::string always = {};
+    Json rule = nullptr;
   };
   struct Questions {
     std::vector<Question> questions;
@@ -124,7 +128,11 @@ struct Session {
   std::string title;
   std::string activity;
   Mood mood = Mood::idle;
+  // The open request shown to the user, and those of the same session that arrived while it
+  // was open (parallel subagents share a session), oldest first. `queued` is empty whenever
+  // `pending` is.
   std::optional<Pending> pending;
+  std::vector<Pending> queued;
   std::vector<ToolLine> tools;
   std::vector<ToolTally> tally;
   int64_t turnCalls = 0;
@@ -139,6 +147,9 @@ struct Session {
   std::optional<std::string> hostBundle;
   std::optional<std::string> tty;
   std::optional<int32_t> agentPid;
+
+  // The open request with this id, shown or queued.
+  const Pending* request(const std::string& requestId) const;
 
   // A tool call began: it becomes the only running line; at most four lines are kept.
   void pushTool(std::string label);
