@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 
-#include <cerrno>
 #include <set>
 
 #include "core/files.h"
@@ -157,21 +156,6 @@ TEST_F(HubTest, AnswersMapToQuestionTextsInOrder) {
   EXPECT_TRUE(wrongKind.empty());
 }
 
-TEST_F(HubTest, ReplyBodiesPerAgent) {
-  const std::string text = "Also add tests";
-  EXPECT_EQ(Hub::replyBody(Agent::droid, text),
-            Json({{"decision", "block"},
-                  {"reason", "The user replied in Vantler's panel:\n\nAlso add tests"}}));
-  EXPECT_EQ(Hub::replyBody(Agent::gemini, text),
-            Json({{"decision", "deny"},
-                  {"reason", "The user replied in Vantler's panel:\n\nAlso add tests"}}));
-  EXPECT_EQ(Hub::replyBody(Agent::cursor, text), Json({{"followup_message", "Also add tests"}}));
-  EXPECT_EQ(Hub::replyBody(Agent::claude, text),
-            Json::parse(R"({"hookSpecificOutput":{"hookEventName":"Stop","additionalContext":
-              "The user replied in Vantler's panel. Treat this as their next message:\n\nAlso add tests"},
-              "systemMessage":"Replied in Vantler's panel: Also add tests"})"));
-}
-
 TEST_F(HubTest, SendReplyStartsANewTurn) {
   add("cursor:c", Mood::done, Agent::cursor);
   edit("cursor:c", [&](Session& s) {
@@ -231,28 +215,37 @@ TEST_F(HubTest, ReplyWindowExpiresUnlessEngaged) {
   EXPECT_THAT(b, ElementsAre(""));
 }
 
-TEST_F(HubTest, SlowSweepRemovesDeadClaudeSessionsOnly) {
-  add("claude:dead");
-  edit("claude:dead", [](Session& s) { s.agentPid = 101; });
-  add("claude:denied");
-  edit("claude:denied", [](Session& s) { s.agentPid = 102; });
+TEST_F(HubTest, SlowSweepRemovesClaudeSessionsWhoseAgentEnded) {
+  processes = {{101, 5}, {102, 7}, {103, 9}};
+  auto agent = [&](const std::string& key, int32_t pid) {
+    add(key);
+    edit(key, [&](Session& s) { hub->noteAgent(s, pid); });
+  };
+  agent("claude:dead", 101);
+  agent("claude:reused", 102);
+  agent("claude:alive", 103);
+  agent("claude:never-seen", 104);  // not running when its event came: not the agent's word
   add("claude:silent");
   add("claude:silent-waiting");
   request("claude:silent-waiting", permission());
   add("gemini:silent", Mood::idle, Agent::gemini);
-  probeResults[101] = ESRCH;
-  probeResults[102] = EPERM;
+  processes.erase(101);
+  processes[102] = 8;  // the pid now belongs to a later process
 
   loop.advance(20);  // not more than 20 s since the start
   EXPECT_TRUE(hub->find("claude:dead"));
   loop.advance(1);
   EXPECT_FALSE(hub->find("claude:dead"));
-  EXPECT_TRUE(hub->find("claude:denied"));
+  EXPECT_FALSE(hub->find("claude:reused"));
+  EXPECT_TRUE(hub->find("claude:alive"));
+  EXPECT_TRUE(hub->find("claude:never-seen"));
 
   loop.advance(8 * 3600 - 21);
   EXPECT_TRUE(hub->find("claude:silent"));
   loop.advance(21);
   EXPECT_FALSE(hub->find("claude:silent"));
+  EXPECT_FALSE(hub->find("claude:never-seen"));
+  EXPECT_TRUE(hub->find("claude:alive"));
   EXPECT_TRUE(hub->find("claude:silent-waiting"));
   EXPECT_TRUE(hub->find("gemini:silent"));
 }

@@ -16,14 +16,14 @@ std::string shortUuid() {
   return out;
 }
 
-void copySurroundings(Session& s, const Json& payload) {
+void copySurroundings(Hub& hub, Session& s, const Json& payload) {
   const Json& host = JsonField::object(payload, "_host");
   if (const Json* pid = JsonField::find(host, "pid"); pid && pid->is_number_integer())
     s.hostPid = static_cast<int32_t>(pid->get<int64_t>());
   if (JsonField::hasString(host, "bundle")) s.hostBundle = JsonField::str(host, "bundle");
   if (JsonField::hasString(host, "tty")) s.tty = JsonField::str(host, "tty");
   if (const Json* pid = JsonField::find(payload, "agentPid"); pid && pid->is_number_integer())
-    s.agentPid = static_cast<int32_t>(pid->get<int64_t>());
+    hub.noteAgent(s, static_cast<int32_t>(pid->get<int64_t>()));
 }
 
 bool isPromptNotification(const std::string& type) {
@@ -64,7 +64,7 @@ std::optional<std::string> ClaudeAdapter::handle(const Json& payload, Hub::Reply
   Session s = hub_.session(key, agent, JsonField::str(payload, "cwd"));
   hub_.untuck(key);
   s.updated = t;
-  copySurroundings(s, payload);
+  copySurroundings(hub_, s, payload);
   // Codex's transcript is its rollout log, which the Codex watcher reads.
   if (agent != Agent::codex && JsonField::hasString(payload, "transcript_path")) {
     s.transcript = JsonField::str(payload, "transcript_path");

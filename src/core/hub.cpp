@@ -1,12 +1,10 @@
 #include "core/hub.h"
 
-#include <signal.h>
-
 #include <algorithm>
-#include <cerrno>
 
 #include "core/files.h"
 #include "core/prefs.h"
+#include "core/processes.h"
 
 namespace {
 
@@ -31,10 +29,6 @@ class NoJumper final : public Jumper {
   void go(const Session&) override {}
 };
 
-int signalZero(int32_t pid) {
-  return ::kill(pid, 0) == 0 ? 0 : errno;
-}
-
 }  // namespace
 
 Hub::Hub(Loop& loop, Defaults& defaults, HubPorts ports, HubOptions options)
@@ -47,7 +41,7 @@ Hub::Hub(Loop& loop, Defaults& defaults, HubPorts ports, HubOptions options)
   if (!ports_.github) ports_.github = std::make_shared<NoPullRequests>();
   if (!ports_.recent) ports_.recent = std::make_shared<NoRecentTranscripts>();
   if (!ports_.jumper) ports_.jumper = std::make_shared<NoJumper>();
-  if (!ports_.probe) ports_.probe = signalZero;
+  if (!ports_.processStart) ports_.processStart = Processes::startTime;
   if (options_.home.empty()) options_.home = Files::home();
 
   std::weak_ptr<Hub*> weak = self_;
@@ -217,6 +211,12 @@ void Hub::remove(const std::string& id) {
   sessions_.erase(it);
   clearPending(gone);
   changed();
+}
+
+void Hub::noteAgent(Session& session, int32_t pid) {
+  if (session.agentPid == pid && session.agentStarted) return;
+  session.agentPid = pid;
+  session.agentStarted = ports_.processStart(pid);
 }
 
 void Hub::codex(const std::string& id, const std::string& cwd,

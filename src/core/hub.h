@@ -78,6 +78,8 @@ class Hub {
   // Takes a session out of the table, first withdrawing its open request (its hook gets the
   // empty reply). Unknown ids are ignored.
   void remove(const std::string& id);
+  // Records the agent's process (pid and start time) for a session, changed in place.
+  void noteAgent(Session& session, int32_t pid);
   // The Codex watcher's entry point.
   void codex(const std::string& id, const std::string& cwd,
              const std::function<void(Session&)>& update);

@@ -79,7 +79,8 @@ struct HubPorts {
   std::shared_ptr<PullRequests> github;
   std::shared_ptr<RecentTranscripts> recent;
   std::shared_ptr<Jumper> jumper;
-  // The signal-0 probe: 0 when the process exists, else the errno (ESRCH when it is gone).
-  std::function<int(int32_t pid)> probe;
+  // When the process with this pid started (clock ticks after boot); nothing when no such
+  // process runs. A pid reused by a later process shows a different start.
+  std::function<std::optional<uint64_t>(int32_t pid)> processStart;
   std::shared_ptr<ModelCatalog> models;  // none: model ids are shown as they are
 };

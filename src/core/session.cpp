@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdlib>
 
+#include "core/hosts.h"
 #include "core/json_writer.h"
 #include "core/ports.h"
 #include "core/text.h"
@@ -163,28 +164,18 @@ std::string hostFileName(const std::optional<std::string>& bundle, bool lowerCas
   return lowerCase ? Text::lower(name) : name;
 }
 
-bool startsWithAny(std::string_view s, std::initializer_list<std::string_view> prefixes) {
-  for (std::string_view p : prefixes)
-    if (s.starts_with(p)) return true;
-  return false;
-}
-
 }  // namespace
 
 std::string_view Session::family() const {
   if (agent == Agent::codex) return "codex";
   if (agent == Agent::cursor) return "cursor";
+  // The executable's own name first: some carry a dot ("io.elementary.terminal").
+  std::optional<Hosts::Kind> kind;
+  if (hostBundle) kind = Hosts::classify(Text::lower(lastPathComponent(*hostBundle)));
   std::string host = hostFileName(hostBundle, true);
-  if (startsWithAny(host,
-                    {"terminal",  "iterm",  "iterm2", "ghostty",    "warp",           "wezterm",
-                     "alacritty", "kitty",  "hyper",  "tabby",      "gnome-terminal", "konsole",
-                     "xterm",     "foot",   "tilix",  "terminator", "xfce4-terminal", "urxvt",
-                     "rxvt",      "ptyxis", "kgx"}))
-    return "terminal";
-  if (startsWithAny(host, {"cursor", "code", "visual studio code", "zed", "windsurf", "xcode",
-                           "intellij", "webstorm", "pycharm", "codium", "sublime_text", "idea",
-                           "clion", "goland", "rider", "phpstorm", "rubymine", "jetbrains"}))
-    return "editor";
+  if (!kind) kind = Hosts::classify(host);
+  if (kind == Hosts::Kind::terminal) return "terminal";
+  if (kind == Hosts::Kind::editor) return "editor";
   if (!host.empty()) return "desktop";
   return stats.entrypoint && *stats.entrypoint == "cli" ? "terminal" : "desktop";
 }

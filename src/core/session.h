@@ -147,6 +147,9 @@ struct Session {
   std::optional<std::string> hostBundle;
   std::optional<std::string> tty;
   std::optional<int32_t> agentPid;
+  // When the agent's process started, read while it ran: only a process known to have been the
+  // agent can tell, by its end, that the session is over.
+  std::optional<uint64_t> agentStarted;
 
   // The open request with this id, shown or queued.
   const Pending* request(const std::string& requestId) const;
