@@ -305,6 +305,155 @@ TEST_F(DaemonTest, CursorGeminiDroidWindsurfOpenCode) {
   EXPECT_EQ(opencode["pending"]["title"], "Allow bash: rm -rf notes/tmp?");
 }
 
+// Each agent's own payloads, in the order its hooks send them.
+TEST_F(DaemonTest, GeminiOpenCodeWindsurfAndCopilotTurns) {
+  start();
+  // Gemini CLI asks for permission with a notification and waits in its own window.
+  const Json gemini = {
+      {"session_id", "gem-7"}, {"cwd", "/w/ml"}, {"transcript_path", "/nonexistent"}};
+  auto geminiEvent = [&](Json event) {
+    event.update(gemini);
+    return quick("gemini", event);
+  };
+  geminiEvent({{"hook_event_name", "BeforeAgent"}, {"prompt", "Clean the cache"}});
+  geminiEvent({{"hook_event_name", "BeforeTool"},
+               {"tool_name", "run_shell_command"},
+               {"tool_input", {{"command", "rm -rf .cache"}}}});
+  geminiEvent({{"hook_event_name", "Notification"},
+               {"notification_type", "ToolPermission"},
+               {"message", "Allow rm -rf .cache?"},
+               {"details", {{"type", "exec"}}}});
+  Json s = session("gemini:gem-7");
+  EXPECT_EQ(s["mood"], "waiting");
+  EXPECT_EQ(s["activity"], "Running rm -rf .cache");
+  EXPECT_EQ(s["pending"]["kind"], "elsewhere");
+  EXPECT_EQ(s["pending"]["title"], "Allow rm -rf .cache?");
+  geminiEvent({{"hook_event_name", "AfterTool"},
+               {"tool_name", "run_shell_command"},
+               {"tool_input", {{"command", "rm -rf .cache"}}}});
+  EXPECT_FALSE(session("gemini:gem-7").contains("pending"));  // answered there: it ran
+
+  // OpenCode's plugin: a prompt, a shell command and a read, then idle.
+  for (const Json& event :
+       {Json{{"hook_event_name", "prompt"}, {"session_id", "ses_1"}, {"prompt", "Tidy notes"}},
+        Json{{"hook_event_name", "tool.before"},
+             {"session_id", "ses_1"},
+             {"tool_name", "bash"},
+             {"tool_input", {{"command", "ls notes"}}}},
+        Json{{"hook_event_name", "tool.after"}, {"session_id", "ses_1"}, {"tool_name", "bash"}},
+        Json{{"hook_event_name", "tool.before"},
+             {"session_id", "ses_1"},
+             {"tool_name", "read"},
+             {"tool_input", {{"filePath", "/w/notes/todo.md"}}}}}) {
+    Json e = event;
+    e["cwd"] = "/w/notes";
+    EXPECT_EQ(quick("opencode", e), "");
+  }
+  s = session("opencode:ses_1");
+  EXPECT_EQ(s["activity"], "Reading todo.md");
+  EXPECT_EQ(s["phase"], "researching");
+  EXPECT_EQ(s["tally"][1],
+            Json({{"tool", "bash"}, {"detail", "ls notes"}, {"count", 1}, {"kind", "review"}}));
+
+  // Windsurf tells the working directory only in a command's data: a sub-folder of a project.
+  std::filesystem::create_directories(home.path() + "/site/.git");
+  std::filesystem::create_directories(home.path() + "/site/packages/ui");
+  quick("windsurf", {{"agent_action_name", "pre_user_prompt"},
+                     {"trajectory_id", "traj-2"},
+                     {"tool_info", {{"user_prompt", "Build the UI package"}}}});
+  quick("windsurf",
+        {{"agent_action_name", "pre_run_command"},
+         {"trajectory_id", "traj-2"},
+         {"tool_info",
+          {{"command_line", "pnpm build"}, {"cwd", home.path() + "/site/packages/ui"}}}});
+  s = session("windsurf:traj-2");
+  EXPECT_EQ(s["project"], "site");
+  EXPECT_EQ(s["title"], "Build the UI package");
+  EXPECT_EQ(s["activity"], "Running pnpm build");
+
+  // Copilot CLI through the hook commands `vantler connect` wrote, which name each event.
+  std::filesystem::create_directories(home.path() + "/.copilot");
+  ASSERT_EQ(cli({"connect", "copilot"}), 0);
+  const Json hooks =
+      Json::parse(*Files::read(home.path() + "/.copilot/hooks/vantler.json"))["hooks"];
+  auto copilot = [&](const std::string& event, Json payload) {
+    payload["sessionId"] = "cp-1";
+    payload["cwd"] = "/w/api";
+    payload["timestamp"] = 1795000000000;
+    Process p({"/bin/sh", "-c", hooks[event][0]["bash"].get<std::string>()}, env(), payload.dump());
+    EXPECT_EQ(p.wait(5), 0);
+  };
+  copilot("sessionStart", {{"source", "new"}});
+  copilot("userPromptSubmitted", {{"prompt", "Why is the build red?"}});
+  copilot("preToolUse", {{"toolName", "bash"}, {"toolArgs", R"({"command":"npm test"})"}});
+  s = session("copilot:cp-1");
+  EXPECT_EQ(s["title"], "Why is the build red?");
+  EXPECT_EQ(s["activity"], "Running npm test");
+  copilot("postToolUse", {{"toolName", "bash"},
+                          {"toolArgs", R"({"command":"npm test"})"},
+                          {"toolResult", {{"resultType", "failure"}}}});
+  copilot("errorOccurred", {{"error", {{"message", "Rate limit reached"}, {"name", "E"}}}});
+  s = session("copilot:cp-1");
+  EXPECT_EQ(s["mood"], "done");
+  EXPECT_EQ(s["activity"], "Rate limit reached");
+}
+
+// Codex's hooks land on the session its rollout log follows, and its permission requests are
+// answered from the panel with Codex's decision body.
+TEST_F(DaemonTest, CodexTurnThroughItsHooks) {
+  char day[32];
+  time_t t = time(nullptr);
+  strftime(day, sizeof day, "%Y/%m/%d", localtime(&t));
+  const std::string thread = "019b2c3d-aaaa-7bbb-8ccc-0123456789ab";
+  Files::writeAtomic(
+      home.path() + "/.codex/sessions/" + day + "/rollout-2026-x-" + thread + ".jsonl",
+      R"({"timestamp":"2026-11-22T08:00:00.000Z","type":"session_meta","payload":{"id":")" +
+          thread + R"(","cwd":"/w/cli","originator":"codex-tui"}})" + "\n");
+  start();
+  ASSERT_EQ(cli({"connect", "codex"}), 0);
+  const Json installed = Json::parse(*Files::read(home.path() + "/.codex/hooks.json"));
+  EXPECT_TRUE(installed["hooks"].contains("PermissionRequest"));
+
+  const Json common = {{"session_id", thread},
+                       {"turn_id", "t1"},
+                       {"transcript_path", home.path() + "/.codex/sessions/x.jsonl"},
+                       {"cwd", "/w/cli"},
+                       {"model", "gpt-5-codex"},
+                       {"permission_mode", "default"}};
+  auto event = [&](const std::string& name, Json extra = Json::object()) {
+    extra.update(common);
+    extra["hook_event_name"] = name;
+    return extra;
+  };
+  const Json push = {{"command", "git push origin main"}, {"description", "Publish the fix"}};
+  EXPECT_EQ(quick("codex", event("SessionStart", {{"source", "startup"}})), "");
+  EXPECT_EQ(quick("codex", event("UserPromptSubmit", {{"prompt", "Ship the fix"}})), "");
+  EXPECT_EQ(quick("codex", event("PreToolUse", {{"tool_name", "Bash"}, {"tool_input", push}})), "");
+  auto asked =
+      hook("codex", event("PermissionRequest", {{"tool_name", "Bash"}, {"tool_input", push}}));
+  const std::string key = "codex:" + thread;
+  ASSERT_TRUE(waitPending(key));
+  Json s = session(key);
+  EXPECT_EQ(s["pending"]["detail"], "git push origin main");
+  EXPECT_EQ(s["title"], "Ship the fix");
+  EXPECT_EQ(cli({"allow", key}), 0);
+  ASSERT_EQ(asked->wait(5), 0);
+  EXPECT_EQ(Json::parse(asked->out()),
+            Json::parse(R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest",
+                            "decision":{"behavior":"allow"}}})"));
+  quick("codex", event("PostToolUse", {{"tool_name", "Bash"}, {"tool_input", push}}));
+  EXPECT_EQ(quick("codex", event("Stop", {{"last_assistant_message", "Pushed."}})), "");
+
+  Json all = state();
+  EXPECT_EQ(std::count_if(all["sessions"].begin(), all["sessions"].end(),
+                          [&](const Json& x) { return x["id"] == key; }),
+            1);
+  s = session(key);
+  EXPECT_EQ(s["mood"], "done");
+  EXPECT_EQ(s["project"], "cli");
+  EXPECT_FALSE(s.contains("pending"));  // Codex takes no reply after its turn
+}
+
 TEST_F(DaemonTest, FollowsCodexLogs) {
   char day[32];
   time_t t = time(nullptr);

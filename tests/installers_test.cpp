@@ -26,8 +26,8 @@ const std::string kGeminiCommand =
     R"(/bin/sh -c '[ -x "$HOME/.vantler/bin/vantler-hook" ] && "$HOME/.vantler/bin/vantler-hook" gemini; exit 0')";
 const std::string kDroidCommand =
     R"(/bin/sh -c '[ -x "$HOME/.vantler/bin/vantler-hook" ] && "$HOME/.vantler/bin/vantler-hook" droid; exit 0')";
-const std::string kCopilotCommand =
-    R"(/bin/sh -c '[ -x "$HOME/.vantler/bin/vantler-hook" ] && "$HOME/.vantler/bin/vantler-hook" copilot; exit 0')";
+const std::string kCodexCommand =
+    R"(/bin/sh -c '[ -x "$HOME/.vantler/bin/vantler-hook" ] && "$HOME/.vantler/bin/vantler-hook" codex; exit 0')";
 const std::string kWindsurfCommand =
     R"(/bin/sh -c '[ -x "$HOME/.vantler/bin/vantler-hook" ] && "$HOME/.vantler/bin/vantler-hook" windsurf; exit 0')";
 const std::string kCursorStop =
@@ -41,11 +41,21 @@ struct Ev {
   bool matcher;
   int timeout;
 };
-const std::vector<Ev> kClaudeEvents = {
-    {"SessionStart", false, 0}, {"SessionEnd", false, 0}, {"UserPromptSubmit", false, 0},
-    {"PreToolUse", true, 0},    {"PostToolUse", true, 0}, {"PermissionRequest", true, 86400},
-    {"Notification", true, 0},  {"Stop", false, 0},       {"SubagentStop", false, 0},
-    {"PreCompact", false, 0}};
+const std::vector<Ev> kClaudeEvents = {{"SessionStart", false, 0},
+                                       {"SessionEnd", false, 0},
+                                       {"UserPromptSubmit", false, 0},
+                                       {"PreToolUse", true, 0},
+                                       {"PostToolUse", true, 0},
+                                       {"PostToolUseFailure", true, 0},
+                                       {"PermissionRequest", true, 86400},
+                                       {"Notification", true, 0},
+                                       {"Stop", false, 0},
+                                       {"SubagentStop", false, 0},
+                                       {"PreCompact", false, 0}};
+const std::vector<Ev> kCodexEvents = {
+    {"SessionStart", false, 0}, {"SessionEnd", false, 0},           {"UserPromptSubmit", false, 0},
+    {"PreToolUse", true, 0},    {"PermissionRequest", true, 86400}, {"PostToolUse", true, 0},
+    {"Stop", false, 0}};
 const std::vector<Ev> kGeminiEvents = {{"SessionStart", false, 0},  {"SessionEnd", false, 0},
                                        {"BeforeAgent", false, 0},   {"BeforeTool", true, 0},
                                        {"AfterTool", true, 0},      {"Notification", true, 0},
@@ -111,11 +121,11 @@ using CursorInstaller = Installers;
 using IntegrationInstallers = Installers;
 using InstallerFiles = Installers;
 
-TEST_F(ClaudeInstaller, FreshHomeGetsTenGroupsAndTheExecutable) {
+TEST_F(ClaudeInstaller, FreshHomeGetsEveryGroupAndTheExecutable) {
   HookInstaller::install();
   std::string settings = at("/.claude/settings.json"), bin = at("/.vantler/bin/vantler-hook");
   EXPECT_EQ(readJson(settings).size(), 1u);
-  EXPECT_EQ(readJson(settings)["hooks"].size(), 10u);
+  EXPECT_EQ(readJson(settings)["hooks"].size(), kClaudeEvents.size());
   // Pretty-printed with unescaped slashes, the inner quotes escaped once.
   EXPECT_NE(slurp(settings).find(R"(      "command": "/bin/sh -c '[ -x \"$HOME/.vantler/bin/)"),
             std::string::npos);
@@ -135,7 +145,7 @@ TEST_F(ClaudeInstaller, FreshHomeGetsTenGroupsAndTheExecutable) {
   put(settings, "");
   HookInstaller::install();  // no executable to copy: the settings are still edited
   EXPECT_FALSE(Files::exists(bin));
-  EXPECT_EQ(readJson(settings)["hooks"].size(), 10u);
+  EXPECT_EQ(readJson(settings)["hooks"].size(), kClaudeEvents.size());
   EXPECT_FALSE(HookInstaller::isInstalled());
 }
 
@@ -234,7 +244,7 @@ TEST_F(InstallerFiles, FollowsSymlinksAndKeepsPermissions) {
   HookInstaller::install();
   EXPECT_TRUE(fs::is_symlink(at("/.claude/settings.json")));
   EXPECT_EQ(readJson(real)["env"]["TOKEN"], "secret");
-  EXPECT_EQ(readJson(real)["hooks"].size(), 10u);
+  EXPECT_EQ(readJson(real)["hooks"].size(), kClaudeEvents.size());
   EXPECT_EQ(fs::status(real).permissions(), fs::perms(0600));
   EXPECT_EQ(fs::status(at("/.claude/settings.json.vantler-backup")).permissions(), fs::perms(0600));
 }
@@ -285,11 +295,17 @@ TEST_F(IntegrationInstallers, CopilotAndOpenCodeOwnWholeFiles) {
   Json copilot = readJson(at("/.copilot/hooks/vantler.json"));
   EXPECT_EQ(copilot["version"], 1);
   ASSERT_EQ(copilot["hooks"].size(), 7u);
+  // Copilot's payloads do not name their event: each command names it for the hook.
   for (const char* event : {"sessionStart", "sessionEnd", "userPromptSubmitted", "preToolUse",
                             "postToolUse", "agentStop", "errorOccurred"})
     EXPECT_EQ(
         copilot["hooks"][event],
-        Json::array({Json{{"type", "command"}, {"bash", kCopilotCommand}, {"timeoutSec", 10}}}));
+        Json::array({Json{
+            {"type", "command"},
+            {"bash",
+             R"(/bin/sh -c '[ -x "$HOME/.vantler/bin/vantler-hook" ] && "$HOME/.vantler/bin/vantler-hook" copilot )" +
+                 std::string(event) + "; exit 0'"},
+            {"timeoutSec", 10}}}));
   EXPECT_TRUE(Integrations::isInstalled(Integration::copilot));
   Integrations::uninstall(Integration::copilot);
   EXPECT_FALSE(Files::exists(at("/.copilot/hooks/vantler.json")));
@@ -321,7 +337,8 @@ TEST_F(IntegrationInstallers, PreferencesReportFilesAndApplyChanges) {
                            {"droid", "Droid"},
                            {"copilot", "Copilot CLI"},
                            {"windsurf", "Windsurf"},
-                           {"opencode", "OpenCode"}})
+                           {"opencode", "OpenCode"},
+                           {"codex", "Codex"}})
     rows.push_back({{"id", id}, {"label", label}, {"available", false}, {"installed", false}});
   EXPECT_EQ(settings["integrations"], rows);
 
@@ -351,7 +368,7 @@ TEST_F(IntegrationInstallers, AgentTableAndConnectById) {
   std::vector<std::string> ids;
   for (const auto& row : Integrations::table()) ids.push_back(row.id);
   EXPECT_EQ(ids, (std::vector<std::string>{"claude", "cursor", "gemini", "droid", "copilot",
-                                           "windsurf", "opencode"}));
+                                           "windsurf", "opencode", "codex"}));
   EXPECT_THROW(Integrations::connect("vim"), InstallError);
   EXPECT_THROW(Integrations::disconnect("vim"), InstallError);
   Files::makeDirs(at("/.copilot"));
@@ -441,7 +458,8 @@ TEST_F(InstallerProperty, RandomSettingsKeepForeignContentAndRoundTrip) {
       {at("/.factory/settings.json"), true, other(Integration::droid)},
       {at("/.cursor/hooks.json"), false,
        [](bool on) { on ? CursorHooks::install() : CursorHooks::uninstall(); }},
-      {at("/.codeium/windsurf/hooks.json"), false, other(Integration::windsurf)}};
+      {at("/.codeium/windsurf/hooks.json"), false, other(Integration::windsurf)},
+      {at("/.codex/hooks.json"), true, other(Integration::codex)}};
   for (const Ev& e : kClaudeEvents) agents[0].ours[e.name] = group(kClaudeCommand, e);
   for (const Ev& e : kGeminiEvents) agents[1].ours[e.name] = group(kGeminiCommand, e);
   for (const Ev& e : kDroidEvents) agents[2].ours[e.name] = group(kDroidCommand, e);
@@ -451,6 +469,7 @@ TEST_F(InstallerProperty, RandomSettingsKeepForeignContentAndRoundTrip) {
   }
   for (const std::string& e : kWindsurfEvents)
     agents[4].ours[e] = {{"command", kWindsurfCommand}, {"show_output", false}};
+  for (const Ev& e : kCodexEvents) agents[5].ours[e.name] = group(kCodexCommand, e);
 
   int checked = 0;
   for (int round = 0; round < 60; ++round) {
@@ -479,7 +498,7 @@ TEST_F(InstallerProperty, RandomSettingsKeepForeignContentAndRoundTrip) {
       ++checked;
     }
   }
-  EXPECT_EQ(checked, 300);
+  EXPECT_EQ(checked, 360);
 }
 
 }  // namespace

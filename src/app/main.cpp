@@ -49,8 +49,8 @@ constexpr Command kCommands[] = {
      "hooks are connected, and the configuration file Vantler edits for it."},
     {"connect", "vantler connect <agent>",
      "Installs Vantler's hooks for the agent (claude, cursor, gemini, droid, copilot, windsurf,\n"
-     "opencode). Only Vantler's own entries are added; the previous file is kept beside it\n"
-     "with the suffix .vantler-backup."},
+     "opencode, codex). Only Vantler's own entries are added; the previous file is kept beside\n"
+     "it with the suffix .vantler-backup."},
     {"disconnect", "vantler disconnect <agent>",
      "Removes Vantler's hooks for the agent, leaving everything else in its settings as it was."},
     {"usage", "vantler usage [--json]",
@@ -103,6 +103,8 @@ int agents() {
     std::printf("%-*s  %-9s  %-9s  %s\n", static_cast<int>(labelWidth), name.c_str(),
                 r.available ? "yes" : "no", r.connected ? "yes" : "no", r.configPath.c_str());
   }
+  for (const auto& r : rows)
+    if (!r.note.empty()) std::printf("\n%s: %s\n", r.label.c_str(), r.note.c_str());
   return 0;
 }
 
@@ -117,6 +119,10 @@ int connect(const std::string& name, const std::string& agent) {
     return 1;
   }
   std::printf("%s %s.\n", agent.c_str(), name == "connect" ? "connected" : "disconnected");
+  if (auto integration = Integrations::fromId(agent); integration && name == "connect") {
+    if (std::string_view note = Integrations::note(*integration); !note.empty())
+      std::printf("%.*s\n", static_cast<int>(note.size()), note.data());
+  }
   return 0;
 }
 
