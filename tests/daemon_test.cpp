@@ -260,16 +260,9 @@ TEST_F(DaemonTest, ReplyWindowExpiresAndScriptedAnswers) {
   EXPECT_EQ(Json::parse(denied->out())["hookSpecificOutput"]["decision"]["behavior"], "deny");
   auto left = hook("claude", fixture("claude_stop.json")[0]);
   EXPECT_FALSE(left->wait(2));  // "deny" leaves a reply window alone
-
-  TearDown();
-  debugAnswer = "Ship it";
-  start({{"replyWindow", 30}});
-  auto replied = hook("claude", fixture("claude_stop.json")[0]);
-  ASSERT_EQ(replied->wait(5), 0);
-  EXPECT_EQ(Json::parse(replied->out())["systemMessage"], "Replied in Vantler's panel: Ship it");
 }
 
-TEST_F(DaemonTest, CursorGeminiDroidWindsurfOpenCode) {
+TEST_F(DaemonTest, CursorGeminiDroidAndOpenCode) {
   start();
   auto turn = fixture("cursor_turn.jsonl");
   EXPECT_EQ(quick("cursor", turn[0]), "{\"continue\":true}\n");  // no decision: Cursor goes on
@@ -284,20 +277,12 @@ TEST_F(DaemonTest, CursorGeminiDroidWindsurfOpenCode) {
   ASSERT_EQ(stop->wait(5), 0);
   EXPECT_EQ(Json::parse(stop->out()), Json({{"followup_message", "Make it keyboard accessible"}}));
 
-  for (const Json& event : fixture("gemini_turn.jsonl")) EXPECT_EQ(quick("gemini", event), "");
-  EXPECT_EQ(session("gemini:gem-51c2")["tally"][0]["tool"], "run_shell_command");
   EXPECT_EQ(
       replyThrough("gemini", fixture("gemini_stop.json")[0], "gemini:gem-51c2", "Do it"),
       Json({{"decision", "deny"}, {"reason", "The user replied in Vantler's panel:\n\nDo it"}}));
   EXPECT_EQ(replyThrough("droid", fixture("droid_stop.json")[0], "droid:droid-7e2a", "Apply it"),
             Json({{"decision", "block"},
                   {"reason", "The user replied in Vantler's panel:\n\nApply it"}}));
-
-  for (const Json& event : fixture("windsurf_tools.jsonl")) EXPECT_EQ(quick("windsurf", event), "");
-  Json windsurf = session("windsurf:traj-9c1");
-  EXPECT_EQ(windsurf["activity"], "Running npm run tokens");
-  EXPECT_EQ(windsurf["tools"][0],
-            Json({{"label", "Reading button.json"}, {"running", false}, {"failed", false}}));
 
   EXPECT_EQ(quick("opencode", fixture("opencode_permission.json")[0]), "");
   Json opencode = session("opencode:ses_5f1e");

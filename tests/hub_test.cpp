@@ -57,32 +57,6 @@ TEST_F(HubTest, ColourSlotsFillGapsThenWrap) {
   EXPECT_EQ(hub->find("claude:eleventh")->colorIndex, 3);
 }
 
-TEST_F(HubTest, HookGoneWithdrawsOnlyKnownRequests) {
-  add("claude:a");
-  auto& replies = request("claude:a", permission());
-  loop.turn();
-  int before = changes;
-  hub->hookGone("no-such-request");
-  loop.turn();
-  EXPECT_EQ(changes, before);
-  hub->hookGone(hub->find("claude:a")->pending->id);
-  EXPECT_FALSE(hub->find("claude:a")->pending);
-  EXPECT_TRUE(replies.empty());  // the connection is gone: nothing is written to it
-  hub->decide("claude:a", "allow");
-  EXPECT_TRUE(replies.empty());
-}
-
-TEST_F(HubTest, ClearPendingSendsEmptyReplyOnce) {
-  add("claude:a");
-  auto& replies = request("claude:a", permission());
-  Session s = *hub->find("claude:a");
-  std::string pendingId = s.pending->id;
-  hub->clearPending(s);
-  hub->clearPending(s);
-  EXPECT_THAT(replies, ElementsAre(""));
-  EXPECT_FALSE(hub->hasResponder(pendingId));
-}
-
 TEST_F(HubTest, CodexFlashOnlyForFreshFinish) {
   auto finish = [&](const std::string& id, double agoSeconds) {
     hub->codex(id, "", [](Session& s) { s.mood = Mood::working; });
@@ -102,27 +76,6 @@ TEST_F(HubTest, CodexFlashOnlyForFreshFinish) {
   EXPECT_FALSE(hub->snapshot().contains("flash"));
   loop.advance(1);
   EXPECT_FALSE(hub->flash());
-}
-
-TEST_F(HubTest, DecisionBodiesAndEffects) {
-  add("claude:a");
-  auto& allow = request("claude:a", permission());
-  hub->decide("claude:a", "allow");
-  ASSERT_EQ(allow.size(), 1u);
-  EXPECT_EQ(Json::parse(allow[0]),
-            Json::parse(R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest",
-                            "decision":{"behavior":"allow"}}})"));
-  EXPECT_EQ(hub->find("claude:a")->mood, Mood::working);
-  EXPECT_EQ(hub->find("claude:a")->activity, "");
-
-  auto& deny = request("claude:a", permission());
-  hub->decide("claude:a", "deny");
-  EXPECT_EQ(Json::parse(deny.at(0)),
-            Json::parse(R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest",
-              "decision":{"behavior":"deny","message":"The user denied this in Vantler's panel."}}})"));
-  EXPECT_EQ(deny[0].find('\n'), std::string::npos);
-  EXPECT_EQ(hub->find("claude:a")->activity, "Denied from the notch");
-  EXPECT_FALSE(hub->find("claude:a")->pending);
 }
 
 TEST_F(HubTest, ElsewhereDecisionJumpsInsteadOfAnswering) {
