@@ -158,6 +158,17 @@ TEST_F(CodexWatcherTest, EndsAndRestartsTurns) {
   EXPECT_EQ(s->updated, loop.wall());
 }
 
+TEST_F(CodexWatcherTest, CallsOfAHookedSessionAreCountedByItsHooksOnly) {
+  Session hooked = hub.session("codex:" + kId, Agent::codex, "/home/dev/shop");
+  hooked.hooked = true;
+  hooked.pushTool("Running ls");
+  hub.store(hooked);
+  append(today, meta() + command("ls"));
+  watcher.sweep();
+  EXPECT_EQ(codex()->tools.size(), 1u);
+  EXPECT_EQ(codex()->turnCalls, 0);
+}
+
 TEST_F(CodexWatcherTest, LineWrittenInTwoPiecesIsAppliedOnce) {
   const std::string line = command("npm run build");
   append(today, meta() + line.substr(0, 40));

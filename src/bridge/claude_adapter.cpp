@@ -64,6 +64,7 @@ std::optional<std::string> ClaudeAdapter::handle(const Json& payload, Hub::Reply
   Session s = hub_.session(key, agent, JsonField::str(payload, "cwd"));
   hub_.untuck(key);
   s.updated = t;
+  s.hooked = true;
   copySurroundings(hub_, s, payload);
   // Codex's transcript is its rollout log, which the Codex watcher reads.
   if (agent != Agent::codex && JsonField::hasString(payload, "transcript_path")) {

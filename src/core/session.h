@@ -150,6 +150,8 @@ struct Session {
   // When the agent's process started, read while it ran: only a process known to have been the
   // agent can tell, by its end, that the session is over.
   std::optional<uint64_t> agentStarted;
+  // Events of this session arrive through the agent's hooks (besides any log it writes).
+  bool hooked = false;
 
   // The open request with this id, shown or queued.
   const Pending* request(const std::string& requestId) const;

@@ -87,6 +87,8 @@ void applyItem(Session& s, const Json& item, Date date) {
     const Json* content = JsonField::find(item, "content");
     if (auto text = content ? CodexWatcher::userText(*content) : std::nullopt)
       s.title = ToolText::headline(*text);
+  } else if (s.hooked && (type == "CommandExecution" || type == "McpToolCall")) {
+    // Codex's hooks told of this call as it began and ended: counted once, there.
   } else if (type == "CommandExecution") {
     const std::string command = commandLine(item);
     s.pushTool("Running " + ToolText::shorten(command, 48));
