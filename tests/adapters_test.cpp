@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include "bridge/adapters.h"
 #include "test_support.h"
 
 using ::testing::ElementsAre;
@@ -13,23 +14,19 @@ class AdapterTest : public HubTest {
     std::vector<std::string> replies;
   };
   int attention = 0;
+  std::unique_ptr<Adapters> adapters;
 
   void SetUp() override {
     HubTest::SetUp();
     hub->onAttention = [this] { ++attention; };
+    adapters = std::make_unique<Adapters>(*hub);
   }
 
   // Delivers a payload as the bridge would; replies land in the returned record.
   std::shared_ptr<Sent> send(Json payload) {
     auto sent = std::make_shared<Sent>();
     auto reply = [sent](const std::string& text) { sent->replies.push_back(text); };
-    std::string agent = JsonField::str(payload, "_agent", "claude");
-    if (agent == "claude")
-      sent->held = hub->claude(payload, reply);
-    else if (agent == "cursor")
-      sent->held = hub->cursor(payload, reply);
-    else
-      sent->held = hub->adapted(payload, reply);
+    sent->held = adapters->handle(payload, reply);
     return sent;
   }
 
@@ -84,35 +81,100 @@ TEST_F(AdapterTest, ClaudeTurnWithToolsAndReplyWindow) {
   EXPECT_TRUE(prs->refreshes.back().second);  // forced refresh after the turn
   hub->sendReply("claude:s1", "thanks");
   ASSERT_EQ(stop->replies.size(), 1u);
-  EXPECT_EQ(Json::parse(stop->replies[0])["systemMessage"], "Replied from the notch: thanks");
+  EXPECT_EQ(Json::parse(stop->replies[0])["systemMessage"], "Replied in Vantler's panel: thanks");
 }
 
-TEST_F(AdapterTest, PermissionRequestsHeldSupersededAndWithdrawn) {
-  auto first = claude("PermissionRequest", {{"tool_name", "Bash"},
-                                            {"tool_use_id", "toolu_1"},
-                                            {"tool_input", {{"command", "rm -rf build"}}}});
-  EXPECT_EQ(first->held, "toolu_1");
-  EXPECT_TRUE(first->replies.empty());
-  EXPECT_EQ(s().pending->as<Pending::Permission>()->detail, "rm -rf build");
-  EXPECT_EQ(s().shownMood(hub->now()), Mood::waiting);
+// Parallel subagents share a session: their requests wait in turn, each answered by its own
+// id, and no answer reaches the hook of another session.
+TEST_F(AdapterTest, RequestsOfOneSessionAreAnsweredInTurn) {
+  const Json bash = {{"command", "npm test"}};
+  auto call = [&](const std::string& event, const std::string& agentId, Json extra = {}) {
+    extra["tool_name"] = "Bash";
+    extra["tool_input"] = bash;
+    extra["agent_id"] = agentId;
+    return claude(event, extra);
+  };
+  // Claude Code's requests carry no call id: each takes the one of its PreToolUse.
+  call("PreToolUse", "a1", {{"tool_use_id", "toolu_A"}});
+  call("PreToolUse", "a2", {{"tool_use_id", "toolu_B"}});
+  auto first = call("PermissionRequest", "a1");
+  auto second = call("PermissionRequest", "a2");
+  auto third = call("PermissionRequest", "a3");  // no call announced: an id of its own
+  EXPECT_EQ(first->held, "claude:s1:toolu_A");
+  EXPECT_EQ(second->held, "claude:s1:toolu_B");
+  ASSERT_TRUE(third->held);
+  EXPECT_TRUE(third->held->starts_with("claude:s1:perm:"));
+  EXPECT_TRUE(first->replies.empty() && second->replies.empty());  // none handed back
+  EXPECT_EQ(hub->snapshot()["sessions"][0]["pending"]["waiting"], 2);
 
-  auto second =
-      claude("PermissionRequest", {{"tool_name", "AskUserQuestion"},
-                                   {"tool_use_id", "toolu_2"},
-                                   {"tool_input", {{"questions", {{{"question", "Which?"}}}}}}});
-  EXPECT_THAT(first->replies, ElementsAre(""));  // the earlier hook is let go, never stuck
-  EXPECT_EQ(s().pending->as<Pending::Questions>()->questions.at(0).text, "Which?");
+  // Another session whose agent numbers its calls alike.
+  auto other = send({{"hook_event_name", "PermissionRequest"},
+                     {"session_id", "s2"},
+                     {"tool_name", "Bash"},
+                     {"tool_use_id", "toolu_A"}});
+  EXPECT_EQ(other->held, "claude:s2:toolu_A");
 
-  claude("PostToolUse", {{"tool_name", "AskUserQuestion"}, {"tool_use_id", "toolu_2"}});
-  EXPECT_THAT(second->replies, ElementsAre(""));  // answered in the terminal
+  hub->decide("claude:s1", "deny");
+  EXPECT_EQ(first->replies.size(), 1u);
+  EXPECT_TRUE(other->replies.empty());
+  EXPECT_EQ(s().pending->id, "claude:s1:toolu_B");  // the next one is shown
+  hub->hookGone(*third->held);                      // a queued hook went away
+  EXPECT_TRUE(s().queued.empty());
+  call("PostToolUse", "a2", {{"tool_use_id", "toolu_B"}});  // answered in the terminal
+  EXPECT_THAT(second->replies, ElementsAre(""));
   EXPECT_FALSE(s().pending);
-  EXPECT_EQ(s().mood, Mood::working);
+  EXPECT_TRUE(hub->find("claude:s2")->pending);
 
-  auto noId = claude("PermissionRequest", {{"tool_name", "WebFetch"}});
-  EXPECT_TRUE(noId->held->starts_with("claude:s1:perm:"));
-  claude("SessionEnd");
-  EXPECT_THAT(noId->replies, ElementsAre(""));
+  auto again = call("PermissionRequest", "a4");
+  auto after = call("PermissionRequest", "a5");
+  claude("SessionEnd");  // the agent has gone: every open request is let go
+  EXPECT_THAT(again->replies, ElementsAre(""));
+  EXPECT_THAT(after->replies, ElementsAre(""));
   EXPECT_TRUE(Hub::isFinished(s(), hub->now()));
+}
+
+// The standing rule Claude Code offers becomes a third choice, returned unchanged.
+TEST_F(AdapterTest, AlwaysAllowOffersTheSuggestedRule) {
+  struct Case {
+    Json suggestion;
+    std::string label;  // empty: not offered
+  };
+  const Case cases[] = {
+      {{{"type", "addRules"},
+        {"rules", {{{"toolName", "Bash"}, {"ruleContent", "npm test:*"}}}},
+        {"behavior", "allow"},
+        {"destination", "localSettings"}},
+       "Always allow `npm test`"},
+      {{{"type", "addRules"},
+        {"rules", {{{"toolName", "Read"}, {"ruleContent", "//w/docs/**"}}, {{"toolName", "Glob"}}}},
+        {"behavior", "allow"},
+        {"destination", "projectSettings"}},
+       "Always allow Read `//w/docs/**` and Glob"},
+      {{{"type", "addDirectories"}, {"directories", {"/w/lib/"}}, {"destination", "session"}},
+       "Allow access to `lib` this session"},
+      {{{"type", "setMode"}, {"mode", "acceptEdits"}, {"destination", "session"}},
+       "Allow all edits this session"},
+      {{{"type", "addRules"},
+        {"rules", {{{"toolName", "Bash"}, {"ruleContent", "rm:*"}}}},
+        {"behavior", "deny"}},
+       ""},
+      {{{"type", "setMode"}, {"mode", "plan"}, {"destination", "session"}}, ""},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.suggestion.dump());
+    auto asked = claude("PermissionRequest", {{"tool_name", "Bash"},
+                                              {"tool_input", {{"command", "npm test"}}},
+                                              {"permission_suggestions", {c.suggestion}}});
+    const Json pending = hub->snapshot()["sessions"][0]["pending"];
+    EXPECT_EQ(JsonField::str(pending, "always"), c.label);
+    hub->decide("claude:s1", "allow", std::nullopt, true);
+    const Json decision = Json::parse(asked->replies.at(0))["hookSpecificOutput"]["decision"];
+    EXPECT_EQ(decision["behavior"], "allow");
+    if (c.label.empty())
+      EXPECT_FALSE(decision.contains("updatedPermissions"));
+    else
+      EXPECT_EQ(decision["updatedPermissions"], Json::array({c.suggestion}));
+  }
 }
 
 TEST_F(AdapterTest, BadPayloadsAndNotifications) {
@@ -142,6 +204,11 @@ TEST_F(AdapterTest, BadPayloadsAndNotifications) {
   defaults.set("replyWindow", 15);
   auto looping = claude("Stop", {{"stop_hook_active", true}});
   EXPECT_THAT(looping->replies, ElementsAre(""));
+
+  size_t before = hub->sessions().size();
+  auto unknown = send({{"_agent", "gemini"}, {"hook_event_name", "Mystery"}, {"session_id", "z"}});
+  EXPECT_THAT(unknown->replies, ElementsAre(""));
+  EXPECT_EQ(hub->sessions().size(), before);
 }
 
 TEST_F(AdapterTest, CursorTurnThroughStop) {
@@ -178,61 +245,4 @@ TEST_F(AdapterTest, CursorTurnThroughStop) {
   EXPECT_THAT(aborted->replies, ElementsAre(""));
   EXPECT_EQ(s(key).mood, Mood::idle);
   EXPECT_EQ(s(key).activity, "Stopped with an error");
-}
-
-TEST_F(AdapterTest, OtherAgentsNormalised) {
-  send({{"_agent", "gemini"},
-        {"hook_event_name", "BeforeAgent"},
-        {"session_id", "g"},
-        {"prompt", "Plot it"}});
-  send({{"_agent", "gemini"},
-        {"hook_event_name", "BeforeTool"},
-        {"session_id", "g"},
-        {"tool_name", "Read"},
-        {"tool_input", {{"file_path", "/d/data.csv"}}}});
-  EXPECT_EQ(s("gemini:g").activity, "Reading data.csv");
-  auto stop = send({{"_agent", "gemini"},
-                    {"hook_event_name", "AfterAgent"},
-                    {"session_id", "g"},
-                    {"prompt_response", "Done: plot.png"}});
-  ASSERT_TRUE(stop->held);
-  hub->sendReply("gemini:g", "bigger");
-  EXPECT_EQ(Json::parse(stop->replies.at(0))["decision"], "deny");
-
-  send({{"_agent", "windsurf"},
-        {"agent_action_name", "pre_run_command"},
-        {"trajectory_id", "w"},
-        {"tool_info", {{"command_line", "make lint"}, {"cwd", "/w"}}}});
-  EXPECT_EQ(s("windsurf:w").activity, "Running make lint");
-  send({{"_agent", "windsurf"},
-        {"agent_action_name", "pre_write_code"},
-        {"trajectory_id", "w"},
-        {"tool_info", {{"file_path", "/w/a.py"}}}});
-  EXPECT_EQ(s("windsurf:w").tally.back().tool, "Edit");
-  auto windsurfStop = send({{"_agent", "windsurf"},
-                            {"agent_action_name", "post_cascade_response"},
-                            {"trajectory_id", "w"}});
-  EXPECT_THAT(windsurfStop->replies, ElementsAre(""));  // Windsurf cannot take a reply
-  EXPECT_EQ(s("windsurf:w").mood, Mood::done);
-
-  send({{"_agent", "copilot"},
-        {"hook_event_name", "preToolUse"},
-        {"sessionId", "k"},
-        {"toolName", "bash"},
-        {"toolArgs", "{\"command\":\"ls\"}"}});
-  EXPECT_EQ(s("copilot:k").tally.at(0).tool, "bash");
-
-  auto perm = send({{"_agent", "opencode"}, {"event", "permission"}, {"sessionID", "o"}});
-  EXPECT_THAT(perm->replies, ElementsAre(""));
-  EXPECT_EQ(s("opencode:o").pending->as<Pending::Elsewhere>()->what, "Needs your input");
-
-  auto droid = send({{"_agent", "droid"}, {"hook_event_name", "Stop"}, {"session_id", "d"}});
-  ASSERT_TRUE(droid->held);
-  hub->sendReply("droid:d", "go on");
-  EXPECT_EQ(Json::parse(droid->replies.at(0))["decision"], "block");
-
-  size_t before = hub->sessions().size();
-  auto unknown = send({{"_agent", "gemini"}, {"hook_event_name", "Mystery"}, {"session_id", "z"}});
-  EXPECT_THAT(unknown->replies, ElementsAre(""));
-  EXPECT_EQ(hub->sessions().size(), before);
 }

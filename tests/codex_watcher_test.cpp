@@ -95,7 +95,7 @@ constexpr const char* kTurn =
 {"timestamp":"2027-01-15T00:00:02.100Z","type":"event_msg","payload":{"type":"item_completed","item":{"type":"UserMessage","id":"u1","content":[{"type":"text","text":"<environment_context>\n  <cwd>/home/dev/shop</cwd>"},{"type":"text","text":"\n  Fix the checkout rounding bug\nand add a test"}]}}}
 {"timestamp":"2027-01-15T00:00:02.900Z","type":"event_msg","payload":
 {"timestamp":"2027-01-15T00:00:03.000Z","type":"response_item","payload":{"type":"reasoning","summary":[]}}
-{"timestamp":"2027-01-15T00:00:06.000Z","type":"event_msg","payload":{"type":"item_completed","item":{"type":"CommandExecution","id":"c1","command":"cargo test -p checkout -- rounding","exit_code":0}}}
+{"timestamp":"2027-01-15T00:00:06.000Z","type":"event_msg","payload":{"type":"item_completed","item":{"type":"CommandExecution","id":"c1","command":["/bin/bash","-lc","cargo test -p checkout -- rounding"],"exit_code":0}}}
 {"timestamp":"2027-01-15T00:00:08.000Z","type":"event_msg","payload":{"type":"item_completed","item":{"type":"McpToolCall","server":"github","tool":"get_issue","arguments":{"issue":42},"title":"Read issue #42"}}}
 {"timestamp":"2027-01-15T00:00:09.250Z","type":"event_msg","payload":{"type":"token_count","info":{"total_token_usage":{"input_tokens":90000},"last_token_usage":{"input_tokens":48210,"output_tokens":812},"model_context_window":272000},"rate_limits":null}}
 )";
@@ -156,6 +156,17 @@ TEST_F(CodexWatcherTest, EndsAndRestartsTurns) {
   // Without a readable time stamp a record dates from the sweep that read it.
   EXPECT_EQ(s->finishedAt, loop.wall());
   EXPECT_EQ(s->updated, loop.wall());
+}
+
+TEST_F(CodexWatcherTest, CallsOfAHookedSessionAreCountedByItsHooksOnly) {
+  Session hooked = hub.session("codex:" + kId, Agent::codex, "/home/dev/shop");
+  hooked.hooked = true;
+  hooked.pushTool("Running ls");
+  hub.store(hooked);
+  append(today, meta() + command("ls"));
+  watcher.sweep();
+  EXPECT_EQ(codex()->tools.size(), 1u);
+  EXPECT_EQ(codex()->turnCalls, 0);
 }
 
 TEST_F(CodexWatcherTest, LineWrittenInTwoPiecesIsAppliedOnce) {

@@ -178,7 +178,7 @@ TEST_F(DaemonTest, ClaudeTurnPermissionsQuestionsAndReplies) {
   EXPECT_EQ(cli({"deny", kClaudeKey}), 0);
   ASSERT_EQ(denied->wait(5), 0);
   EXPECT_EQ(Json::parse(denied->out())["hookSpecificOutput"]["decision"],
-            Json({{"behavior", "deny"}, {"message", "The user denied this from the notch."}}));
+            Json({{"behavior", "deny"}, {"message", "The user denied this in Vantler's panel."}}));
   EXPECT_EQ(session(kClaudeKey)["activity"], "Denied from the notch");
 
   auto asked = hook("claude", fixture("claude_question.json")[0]);
@@ -200,10 +200,50 @@ TEST_F(DaemonTest, ClaudeTurnPermissionsQuestionsAndReplies) {
   EXPECT_EQ(
       Json::parse(stopped->out()),
       Json::parse(
-          R"({"hookSpecificOutput":{"hookEventName":"Stop","additionalContext":"The user replied from the Vantler notch. Treat this as their next message:\n\nAlso add a regression test"},"systemMessage":"Replied from the notch: Also add a regression test"})"));
+          R"({"hookSpecificOutput":{"hookEventName":"Stop","additionalContext":"The user replied in Vantler's panel. Treat this as their next message:\n\nAlso add a regression test"},"systemMessage":"Replied in Vantler's panel: Also add a regression test"})"));
   EXPECT_EQ(session(kClaudeKey)["mood"], "working");
   EXPECT_EQ(cli({"allow", "claude:unknown"}, &err), 1);
   EXPECT_THAT(err, ::testing::HasSubstr("no session claude:unknown"));
+}
+
+// Two subagents of one session ask at once: the command line answers them in turn, the first
+// together with the standing rule Claude Code offered.
+TEST_F(DaemonTest, ParallelRequestsAnsweredInTurnWithAlwaysAllow) {
+  start();
+  const Json asked = fixture("claude_permission.json")[0];
+  std::vector<std::unique_ptr<Process>> hooks;
+  for (const char* call : {"toolu_X", "toolu_Y"}) {
+    Json pre = asked;
+    pre["hook_event_name"] = "PreToolUse";
+    pre["tool_use_id"] = call;
+    pre["agent_id"] = std::string("agent-") + call;
+    EXPECT_EQ(quick("claude", pre), "");
+  }
+  auto waiting = [&](int behind) {
+    for (int i = 0; i < 300; ++i) {
+      Json s = session(kClaudeKey);
+      if (s.is_object() && JsonField::integer(s["pending"], "waiting", -1) == behind) return s;
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return Json();
+  };
+  hooks.push_back(hook("claude", asked));
+  ASSERT_TRUE(waiting(0).is_object());
+  hooks.push_back(hook("claude", asked));
+  Json shown = waiting(1);
+  ASSERT_TRUE(shown.is_object());
+  EXPECT_EQ(shown["pending"]["id"], kClaudeKey + ":toolu_X");
+  EXPECT_EQ(shown["pending"]["always"], "Always allow `git push`");
+
+  EXPECT_EQ(cli({"allow", "--always", kClaudeKey}), 0);
+  ASSERT_EQ(hooks[0]->wait(5), 0);
+  EXPECT_EQ(Json::parse(hooks[0]->out())["hookSpecificOutput"]["decision"],
+            Json({{"behavior", "allow"}, {"updatedPermissions", asked["permission_suggestions"]}}));
+  EXPECT_TRUE(hooks[1]->running());
+  EXPECT_EQ(waiting(0)["pending"]["id"], kClaudeKey + ":toolu_Y");
+  EXPECT_EQ(cli({"deny", kClaudeKey}), 0);
+  ASSERT_EQ(hooks[1]->wait(5), 0);
+  EXPECT_EQ(Json::parse(hooks[1]->out())["hookSpecificOutput"]["decision"]["behavior"], "deny");
 }
 
 TEST_F(DaemonTest, ReplyWindowExpiresAndScriptedAnswers) {
@@ -221,16 +261,9 @@ TEST_F(DaemonTest, ReplyWindowExpiresAndScriptedAnswers) {
   EXPECT_EQ(Json::parse(denied->out())["hookSpecificOutput"]["decision"]["behavior"], "deny");
   auto left = hook("claude", fixture("claude_stop.json")[0]);
   EXPECT_FALSE(left->wait(2));  // "deny" leaves a reply window alone
-
-  TearDown();
-  debugAnswer = "Ship it";
-  start({{"replyWindow", 30}});
-  auto replied = hook("claude", fixture("claude_stop.json")[0]);
-  ASSERT_EQ(replied->wait(5), 0);
-  EXPECT_EQ(Json::parse(replied->out())["systemMessage"], "Replied from the notch: Ship it");
 }
 
-TEST_F(DaemonTest, CursorGeminiDroidWindsurfOpenCode) {
+TEST_F(DaemonTest, CursorGeminiDroidAndOpenCode) {
   start();
   auto turn = fixture("cursor_turn.jsonl");
   EXPECT_EQ(quick("cursor", turn[0]), "{\"continue\":true}\n");  // no decision: Cursor goes on
@@ -245,25 +278,166 @@ TEST_F(DaemonTest, CursorGeminiDroidWindsurfOpenCode) {
   ASSERT_EQ(stop->wait(5), 0);
   EXPECT_EQ(Json::parse(stop->out()), Json({{"followup_message", "Make it keyboard accessible"}}));
 
-  for (const Json& event : fixture("gemini_turn.jsonl")) EXPECT_EQ(quick("gemini", event), "");
-  EXPECT_EQ(session("gemini:gem-51c2")["tally"][0]["tool"], "run_shell_command");
-  EXPECT_EQ(replyThrough("gemini", fixture("gemini_stop.json")[0], "gemini:gem-51c2", "Do it"),
-            Json({{"decision", "deny"},
-                  {"reason", "The user replied from the Vantler notch:\n\nDo it"}}));
+  EXPECT_EQ(
+      replyThrough("gemini", fixture("gemini_stop.json")[0], "gemini:gem-51c2", "Do it"),
+      Json({{"decision", "deny"}, {"reason", "The user replied in Vantler's panel:\n\nDo it"}}));
   EXPECT_EQ(replyThrough("droid", fixture("droid_stop.json")[0], "droid:droid-7e2a", "Apply it"),
             Json({{"decision", "block"},
-                  {"reason", "The user replied from the Vantler notch:\n\nApply it"}}));
-
-  for (const Json& event : fixture("windsurf_tools.jsonl")) EXPECT_EQ(quick("windsurf", event), "");
-  Json windsurf = session("windsurf:traj-9c1");
-  EXPECT_EQ(windsurf["activity"], "Running npm run tokens");
-  EXPECT_EQ(windsurf["tools"][0],
-            Json({{"label", "Reading button.json"}, {"running", false}, {"failed", false}}));
+                  {"reason", "The user replied in Vantler's panel:\n\nApply it"}}));
 
   EXPECT_EQ(quick("opencode", fixture("opencode_permission.json")[0]), "");
   Json opencode = session("opencode:ses_5f1e");
   EXPECT_EQ(opencode["mood"], "waiting");
   EXPECT_EQ(opencode["pending"]["title"], "Allow bash: rm -rf notes/tmp?");
+}
+
+// Each agent's own payloads, in the order its hooks send them.
+TEST_F(DaemonTest, GeminiOpenCodeWindsurfAndCopilotTurns) {
+  start();
+  // Gemini CLI asks for permission with a notification and waits in its own window.
+  const Json gemini = {
+      {"session_id", "gem-7"}, {"cwd", "/w/ml"}, {"transcript_path", "/nonexistent"}};
+  auto geminiEvent = [&](Json event) {
+    event.update(gemini);
+    return quick("gemini", event);
+  };
+  geminiEvent({{"hook_event_name", "BeforeAgent"}, {"prompt", "Clean the cache"}});
+  geminiEvent({{"hook_event_name", "BeforeTool"},
+               {"tool_name", "run_shell_command"},
+               {"tool_input", {{"command", "rm -rf .cache"}}}});
+  geminiEvent({{"hook_event_name", "Notification"},
+               {"notification_type", "ToolPermission"},
+               {"message", "Allow rm -rf .cache?"},
+               {"details", {{"type", "exec"}}}});
+  Json s = session("gemini:gem-7");
+  EXPECT_EQ(s["mood"], "waiting");
+  EXPECT_EQ(s["activity"], "Running rm -rf .cache");
+  EXPECT_EQ(s["pending"]["kind"], "elsewhere");
+  EXPECT_EQ(s["pending"]["title"], "Allow rm -rf .cache?");
+  geminiEvent({{"hook_event_name", "AfterTool"},
+               {"tool_name", "run_shell_command"},
+               {"tool_input", {{"command", "rm -rf .cache"}}}});
+  EXPECT_FALSE(session("gemini:gem-7").contains("pending"));  // answered there: it ran
+
+  // OpenCode's plugin: a prompt, a shell command and a read, then idle.
+  for (const Json& event :
+       {Json{{"hook_event_name", "prompt"}, {"session_id", "ses_1"}, {"prompt", "Tidy notes"}},
+        Json{{"hook_event_name", "tool.before"},
+             {"session_id", "ses_1"},
+             {"tool_name", "bash"},
+             {"tool_input", {{"command", "ls notes"}}}},
+        Json{{"hook_event_name", "tool.after"}, {"session_id", "ses_1"}, {"tool_name", "bash"}},
+        Json{{"hook_event_name", "tool.before"},
+             {"session_id", "ses_1"},
+             {"tool_name", "read"},
+             {"tool_input", {{"filePath", "/w/notes/todo.md"}}}}}) {
+    Json e = event;
+    e["cwd"] = "/w/notes";
+    EXPECT_EQ(quick("opencode", e), "");
+  }
+  s = session("opencode:ses_1");
+  EXPECT_EQ(s["activity"], "Reading todo.md");
+  EXPECT_EQ(s["phase"], "researching");
+  EXPECT_EQ(s["tally"][1],
+            Json({{"tool", "bash"}, {"detail", "ls notes"}, {"count", 1}, {"kind", "review"}}));
+
+  // Windsurf tells the working directory only in a command's data: a sub-folder of a project.
+  std::filesystem::create_directories(home.path() + "/site/.git");
+  std::filesystem::create_directories(home.path() + "/site/packages/ui");
+  quick("windsurf", {{"agent_action_name", "pre_user_prompt"},
+                     {"trajectory_id", "traj-2"},
+                     {"tool_info", {{"user_prompt", "Build the UI package"}}}});
+  quick("windsurf",
+        {{"agent_action_name", "pre_run_command"},
+         {"trajectory_id", "traj-2"},
+         {"tool_info",
+          {{"command_line", "pnpm build"}, {"cwd", home.path() + "/site/packages/ui"}}}});
+  s = session("windsurf:traj-2");
+  EXPECT_EQ(s["project"], "site");
+  EXPECT_EQ(s["title"], "Build the UI package");
+  EXPECT_EQ(s["activity"], "Running pnpm build");
+
+  // Copilot CLI through the hook commands `vantler connect` wrote, which name each event.
+  std::filesystem::create_directories(home.path() + "/.copilot");
+  ASSERT_EQ(cli({"connect", "copilot"}), 0);
+  const Json hooks =
+      Json::parse(*Files::read(home.path() + "/.copilot/hooks/vantler.json"))["hooks"];
+  auto copilot = [&](const std::string& event, Json payload) {
+    payload["sessionId"] = "cp-1";
+    payload["cwd"] = "/w/api";
+    payload["timestamp"] = 1795000000000;
+    Process p({"/bin/sh", "-c", hooks[event][0]["bash"].get<std::string>()}, env(), payload.dump());
+    EXPECT_EQ(p.wait(5), 0);
+  };
+  copilot("sessionStart", {{"source", "new"}});
+  copilot("userPromptSubmitted", {{"prompt", "Why is the build red?"}});
+  copilot("preToolUse", {{"toolName", "bash"}, {"toolArgs", R"({"command":"npm test"})"}});
+  s = session("copilot:cp-1");
+  EXPECT_EQ(s["title"], "Why is the build red?");
+  EXPECT_EQ(s["activity"], "Running npm test");
+  copilot("postToolUse", {{"toolName", "bash"},
+                          {"toolArgs", R"({"command":"npm test"})"},
+                          {"toolResult", {{"resultType", "failure"}}}});
+  copilot("errorOccurred", {{"error", {{"message", "Rate limit reached"}, {"name", "E"}}}});
+  s = session("copilot:cp-1");
+  EXPECT_EQ(s["mood"], "done");
+  EXPECT_EQ(s["activity"], "Rate limit reached");
+}
+
+// Codex's hooks land on the session its rollout log follows, and its permission requests are
+// answered from the panel with Codex's decision body.
+TEST_F(DaemonTest, CodexTurnThroughItsHooks) {
+  char day[32];
+  time_t t = time(nullptr);
+  strftime(day, sizeof day, "%Y/%m/%d", localtime(&t));
+  const std::string thread = "019b2c3d-aaaa-7bbb-8ccc-0123456789ab";
+  Files::writeAtomic(
+      home.path() + "/.codex/sessions/" + day + "/rollout-2026-x-" + thread + ".jsonl",
+      R"({"timestamp":"2026-11-22T08:00:00.000Z","type":"session_meta","payload":{"id":")" +
+          thread + R"(","cwd":"/w/cli","originator":"codex-tui"}})" + "\n");
+  start();
+  ASSERT_EQ(cli({"connect", "codex"}), 0);
+  const Json installed = Json::parse(*Files::read(home.path() + "/.codex/hooks.json"));
+  EXPECT_TRUE(installed["hooks"].contains("PermissionRequest"));
+
+  const Json common = {{"session_id", thread},
+                       {"turn_id", "t1"},
+                       {"transcript_path", home.path() + "/.codex/sessions/x.jsonl"},
+                       {"cwd", "/w/cli"},
+                       {"model", "gpt-5-codex"},
+                       {"permission_mode", "default"}};
+  auto event = [&](const std::string& name, Json extra = Json::object()) {
+    extra.update(common);
+    extra["hook_event_name"] = name;
+    return extra;
+  };
+  const Json push = {{"command", "git push origin main"}, {"description", "Publish the fix"}};
+  EXPECT_EQ(quick("codex", event("SessionStart", {{"source", "startup"}})), "");
+  EXPECT_EQ(quick("codex", event("UserPromptSubmit", {{"prompt", "Ship the fix"}})), "");
+  EXPECT_EQ(quick("codex", event("PreToolUse", {{"tool_name", "Bash"}, {"tool_input", push}})), "");
+  auto asked =
+      hook("codex", event("PermissionRequest", {{"tool_name", "Bash"}, {"tool_input", push}}));
+  const std::string key = "codex:" + thread;
+  ASSERT_TRUE(waitPending(key));
+  Json s = session(key);
+  EXPECT_EQ(s["pending"]["detail"], "git push origin main");
+  EXPECT_EQ(s["title"], "Ship the fix");
+  EXPECT_EQ(cli({"allow", key}), 0);
+  ASSERT_EQ(asked->wait(5), 0);
+  EXPECT_EQ(Json::parse(asked->out()),
+            Json::parse(R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest",
+                            "decision":{"behavior":"allow"}}})"));
+  quick("codex", event("PostToolUse", {{"tool_name", "Bash"}, {"tool_input", push}}));
+  EXPECT_EQ(quick("codex", event("Stop", {{"last_assistant_message", "Pushed."}})), "");
+
+  Json all = state();
+  EXPECT_EQ(std::count_if(all["sessions"].begin(), all["sessions"].end(),
+                          [&](const Json& x) { return x["id"] == key; }),
+            1);
+  s = session(key);
+  EXPECT_EQ(s["mood"], "done");
+  EXPECT_EQ(s["project"], "cli");
+  EXPECT_FALSE(s.contains("pending"));  // Codex takes no reply after its turn
 }
 
 TEST_F(DaemonTest, FollowsCodexLogs) {

@@ -180,8 +180,9 @@ TEST(Hook, InputThatIsNotAnObjectIsDroppedWithoutConnecting) {
 }
 
 // A process tree like a real one: terminal > [multiplexer >] agent > "sh -c" > hook, with a
-// pseudo-terminal as the controlling terminal of the terminal's session. The terminal,
-// multiplexer and agent are copies of the shell under those names.
+// pseudo-terminal as the controlling terminal of the terminal's session; or a JetBrains IDE
+// on its Java launcher > agent. The hosts, multiplexer and agent are copies of the shell under
+// those names.
 TEST(Hook, FindsAgentHostAndTerminalFromTheProcessTree) {
   int master = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
   char pts[64];
@@ -189,7 +190,7 @@ TEST(Hook, FindsAgentHostAndTerminalFromTheProcessTree) {
     GTEST_SKIP() << "no pseudo-terminals here";
   }
   TempHome dir;
-  for (const char* name : {"xterm", "tmux", "agentx"}) {
+  for (const char* name : {"xterm", "tmux", "agentx", "java"}) {
     fs::copy_file(fs::canonical("/bin/sh"), dir.path / name);
     fs::permissions(dir.path / name, fs::perms::owner_all);
   }
@@ -197,12 +198,16 @@ TEST(Hook, FindsAgentHostAndTerminalFromTheProcessTree) {
   const std::string agent =
       R"(echo $$ > "$T/agent.pid"; /bin/sh -c '"$HOOK" claude < "$T/in.json"; exit 0'; exit 0)";
 
-  for (bool multiplexed : {false, true}) {
-    SCOPED_TRACE(multiplexed ? "under tmux" : "in xterm");
+  enum class Host { kTerminal, kMultiplexed, kJetBrains };
+  for (Host host : {Host::kTerminal, Host::kMultiplexed, Host::kJetBrains}) {
+    SCOPED_TRACE(static_cast<int>(host));
     FakeApp app(dir.path);
     app.serveOnce("");
-    std::string inner = multiplexed ? R"("$T/tmux" -c '"$T/agentx" -c "$AGENT"; exit 0'; exit 0)"
-                                    : R"("$T/agentx" -c "$AGENT"; exit 0)";
+    std::string inner =
+        host == Host::kMultiplexed ? R"("$T/tmux" -c '"$T/agentx" -c "$AGENT"; exit 0'; exit 0)"
+        : host == Host::kJetBrains
+            ? R"("$T/java" -c '"$T/agentx" -c "$AGENT"; exit 0' -Didea.paths.selector=PyCharm2025.2)"
+            : R"("$T/agentx" -c "$AGENT"; exit 0)";
     // setsid takes the pseudo-terminal on its standard input as the controlling terminal; the
     // terminal then lets go of it, so that only the controlling terminal tells the device.
     Process term(
@@ -222,9 +227,11 @@ TEST(Hook, FindsAgentHostAndTerminalFromTheProcessTree) {
     std::ifstream(dir.path / "agent.pid") >> agentPid;
     EXPECT_EQ(sent["agentPid"], agentPid);
     EXPECT_EQ(sent["_host"]["tty"], std::string(pts));
-    if (multiplexed) {
+    if (host == Host::kMultiplexed) {
       EXPECT_FALSE(sent["_host"].contains("pid"));
       EXPECT_FALSE(sent["_host"].contains("bundle"));
+    } else if (host == Host::kJetBrains) {
+      EXPECT_EQ(sent["_host"]["bundle"], "PyCharm");
     } else {
       EXPECT_EQ(sent["_host"]["pid"], term.pid());
       EXPECT_EQ(sent["_host"]["bundle"], (dir.path / "xterm").string());

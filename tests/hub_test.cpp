@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 
-#include <cerrno>
 #include <set>
 
 #include "core/files.h"
@@ -58,32 +57,6 @@ TEST_F(HubTest, ColourSlotsFillGapsThenWrap) {
   EXPECT_EQ(hub->find("claude:eleventh")->colorIndex, 3);
 }
 
-TEST_F(HubTest, HookGoneWithdrawsOnlyKnownRequests) {
-  add("claude:a");
-  auto& replies = request("claude:a", permission());
-  loop.turn();
-  int before = changes;
-  hub->hookGone("no-such-request");
-  loop.turn();
-  EXPECT_EQ(changes, before);
-  hub->hookGone(hub->find("claude:a")->pending->id);
-  EXPECT_FALSE(hub->find("claude:a")->pending);
-  EXPECT_TRUE(replies.empty());  // the connection is gone: nothing is written to it
-  hub->decide("claude:a", "allow");
-  EXPECT_TRUE(replies.empty());
-}
-
-TEST_F(HubTest, ClearPendingSendsEmptyReplyOnce) {
-  add("claude:a");
-  auto& replies = request("claude:a", permission());
-  Session s = *hub->find("claude:a");
-  std::string pendingId = s.pending->id;
-  hub->clearPending(s);
-  hub->clearPending(s);
-  EXPECT_THAT(replies, ElementsAre(""));
-  EXPECT_FALSE(hub->hasResponder(pendingId));
-}
-
 TEST_F(HubTest, CodexFlashOnlyForFreshFinish) {
   auto finish = [&](const std::string& id, double agoSeconds) {
     hub->codex(id, "", [](Session& s) { s.mood = Mood::working; });
@@ -103,27 +76,6 @@ TEST_F(HubTest, CodexFlashOnlyForFreshFinish) {
   EXPECT_FALSE(hub->snapshot().contains("flash"));
   loop.advance(1);
   EXPECT_FALSE(hub->flash());
-}
-
-TEST_F(HubTest, DecisionBodiesAndEffects) {
-  add("claude:a");
-  auto& allow = request("claude:a", permission());
-  hub->decide("claude:a", "allow");
-  ASSERT_EQ(allow.size(), 1u);
-  EXPECT_EQ(Json::parse(allow[0]),
-            Json::parse(R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest",
-                            "decision":{"behavior":"allow"}}})"));
-  EXPECT_EQ(hub->find("claude:a")->mood, Mood::working);
-  EXPECT_EQ(hub->find("claude:a")->activity, "");
-
-  auto& deny = request("claude:a", permission());
-  hub->decide("claude:a", "deny");
-  EXPECT_EQ(Json::parse(deny.at(0)),
-            Json::parse(R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest",
-              "decision":{"behavior":"deny","message":"The user denied this from the notch."}}})"));
-  EXPECT_EQ(deny[0].find('\n'), std::string::npos);
-  EXPECT_EQ(hub->find("claude:a")->activity, "Denied from the notch");
-  EXPECT_FALSE(hub->find("claude:a")->pending);
 }
 
 TEST_F(HubTest, ElsewhereDecisionJumpsInsteadOfAnswering) {
@@ -155,21 +107,6 @@ TEST_F(HubTest, AnswersMapToQuestionTextsInOrder) {
   auto& wrongKind = request("claude:q", permission());
   hub->answer("claude:q", {"x"});
   EXPECT_TRUE(wrongKind.empty());
-}
-
-TEST_F(HubTest, ReplyBodiesPerAgent) {
-  const std::string text = "Also add tests";
-  EXPECT_EQ(Hub::replyBody(Agent::droid, text),
-            Json({{"decision", "block"},
-                  {"reason", "The user replied from the Vantler notch:\n\nAlso add tests"}}));
-  EXPECT_EQ(Hub::replyBody(Agent::gemini, text),
-            Json({{"decision", "deny"},
-                  {"reason", "The user replied from the Vantler notch:\n\nAlso add tests"}}));
-  EXPECT_EQ(Hub::replyBody(Agent::cursor, text), Json({{"followup_message", "Also add tests"}}));
-  EXPECT_EQ(Hub::replyBody(Agent::claude, text),
-            Json::parse(R"({"hookSpecificOutput":{"hookEventName":"Stop","additionalContext":
-              "The user replied from the Vantler notch. Treat this as their next message:\n\nAlso add tests"},
-              "systemMessage":"Replied from the notch: Also add tests"})"));
 }
 
 TEST_F(HubTest, SendReplyStartsANewTurn) {
@@ -231,28 +168,37 @@ TEST_F(HubTest, ReplyWindowExpiresUnlessEngaged) {
   EXPECT_THAT(b, ElementsAre(""));
 }
 
-TEST_F(HubTest, SlowSweepRemovesDeadClaudeSessionsOnly) {
-  add("claude:dead");
-  edit("claude:dead", [](Session& s) { s.agentPid = 101; });
-  add("claude:denied");
-  edit("claude:denied", [](Session& s) { s.agentPid = 102; });
+TEST_F(HubTest, SlowSweepRemovesClaudeSessionsWhoseAgentEnded) {
+  processes = {{101, 5}, {102, 7}, {103, 9}};
+  auto agent = [&](const std::string& key, int32_t pid) {
+    add(key);
+    edit(key, [&](Session& s) { hub->noteAgent(s, pid); });
+  };
+  agent("claude:dead", 101);
+  agent("claude:reused", 102);
+  agent("claude:alive", 103);
+  agent("claude:never-seen", 104);  // not running when its event came: not the agent's word
   add("claude:silent");
   add("claude:silent-waiting");
   request("claude:silent-waiting", permission());
   add("gemini:silent", Mood::idle, Agent::gemini);
-  probeResults[101] = ESRCH;
-  probeResults[102] = EPERM;
+  processes.erase(101);
+  processes[102] = 8;  // the pid now belongs to a later process
 
   loop.advance(20);  // not more than 20 s since the start
   EXPECT_TRUE(hub->find("claude:dead"));
   loop.advance(1);
   EXPECT_FALSE(hub->find("claude:dead"));
-  EXPECT_TRUE(hub->find("claude:denied"));
+  EXPECT_FALSE(hub->find("claude:reused"));
+  EXPECT_TRUE(hub->find("claude:alive"));
+  EXPECT_TRUE(hub->find("claude:never-seen"));
 
   loop.advance(8 * 3600 - 21);
   EXPECT_TRUE(hub->find("claude:silent"));
   loop.advance(21);
   EXPECT_FALSE(hub->find("claude:silent"));
+  EXPECT_FALSE(hub->find("claude:never-seen"));
+  EXPECT_TRUE(hub->find("claude:alive"));
   EXPECT_TRUE(hub->find("claude:silent-waiting"));
   EXPECT_TRUE(hub->find("gemini:silent"));
 }

@@ -26,6 +26,10 @@ std::string hookCommand(const std::string& agent) {
          agent + "; exit 0'";
 }
 const std::string kClaudeCommand = hookCommand("claude");
+const std::string kGeminiCommand = hookCommand("gemini");
+const std::string kDroidCommand = hookCommand("droid");
+const std::string kCodexCommand = hookCommand("codex");
+const std::string kWindsurfCommand = hookCommand("windsurf");
 const std::string kCursorStop =
     R"(/bin/sh -c '[ -x "$HOME/.vantler/bin/vantler-hook" ] && exec "$HOME/.vantler/bin/vantler-hook" cursor || echo "{}"')";
 const std::string kCursorPrompt =
@@ -37,11 +41,21 @@ struct Ev {
   bool matcher;
   int timeout;
 };
-const std::vector<Ev> kClaudeEvents = {
-    {"SessionStart", false, 0}, {"SessionEnd", false, 0}, {"UserPromptSubmit", false, 0},
-    {"PreToolUse", true, 0},    {"PostToolUse", true, 0}, {"PermissionRequest", true, 86400},
-    {"Notification", true, 0},  {"Stop", false, 0},       {"SubagentStop", false, 0},
-    {"PreCompact", false, 0}};
+const std::vector<Ev> kClaudeEvents = {{"SessionStart", false, 0},
+                                       {"SessionEnd", false, 0},
+                                       {"UserPromptSubmit", false, 0},
+                                       {"PreToolUse", true, 0},
+                                       {"PostToolUse", true, 0},
+                                       {"PostToolUseFailure", true, 0},
+                                       {"PermissionRequest", true, 86400},
+                                       {"Notification", true, 0},
+                                       {"Stop", false, 0},
+                                       {"SubagentStop", false, 0},
+                                       {"PreCompact", false, 0}};
+const std::vector<Ev> kCodexEvents = {
+    {"SessionStart", false, 0}, {"SessionEnd", false, 0},           {"UserPromptSubmit", false, 0},
+    {"PreToolUse", true, 0},    {"PermissionRequest", true, 86400}, {"PostToolUse", true, 0},
+    {"Stop", false, 0}};
 const std::vector<Ev> kGeminiEvents = {{"SessionStart", false, 0},  {"SessionEnd", false, 0},
                                        {"BeforeAgent", false, 0},   {"BeforeTool", true, 0},
                                        {"AfterTool", true, 0},      {"Notification", true, 0},
@@ -107,9 +121,11 @@ using CursorInstaller = Installers;
 using IntegrationInstallers = Installers;
 using InstallerFiles = Installers;
 
-TEST_F(ClaudeInstaller, FreshHomeGetsTenGroupsAndTheExecutable) {
+TEST_F(ClaudeInstaller, FreshHomeGetsEveryGroupAndTheExecutable) {
   HookInstaller::install();
   std::string settings = at("/.claude/settings.json"), bin = at("/.vantler/bin/vantler-hook");
+  EXPECT_EQ(readJson(settings).size(), 1u);
+  EXPECT_EQ(readJson(settings)["hooks"].size(), kClaudeEvents.size());
   // Pretty-printed with unescaped slashes, the inner quotes escaped once.
   EXPECT_NE(slurp(settings).find(R"(      "command": "/bin/sh -c '[ -x \"$HOME/.vantler/bin/)"),
             std::string::npos);
@@ -130,7 +146,7 @@ TEST_F(ClaudeInstaller, FreshHomeGetsTenGroupsAndTheExecutable) {
   put(settings, "");
   HookInstaller::install();  // no executable to copy: the settings are still edited
   EXPECT_FALSE(Files::exists(bin));
-  EXPECT_EQ(readJson(settings)["hooks"].size(), 10u);
+  EXPECT_EQ(readJson(settings)["hooks"].size(), kClaudeEvents.size());
   EXPECT_FALSE(HookInstaller::isInstalled());
 }
 
@@ -394,7 +410,18 @@ TEST_F(IntegrationInstallers, CopilotAndOpenCodeOwnWholeFiles) {
   Integrations::install(Integration::copilot);
   Json copilot = readJson(at("/.copilot/hooks/vantler.json"));
   EXPECT_EQ(copilot["version"], 1);
-  EXPECT_EQ(copilot["hooks"].size(), 7u);
+  ASSERT_EQ(copilot["hooks"].size(), 7u);
+  // Copilot's payloads do not name their event: each command names it for the hook.
+  for (const char* event : {"sessionStart", "sessionEnd", "userPromptSubmitted", "preToolUse",
+                            "postToolUse", "agentStop", "errorOccurred"})
+    EXPECT_EQ(
+        copilot["hooks"][event],
+        Json::array({Json{
+            {"type", "command"},
+            {"bash",
+             R"(/bin/sh -c '[ -x "$HOME/.vantler/bin/vantler-hook" ] && "$HOME/.vantler/bin/vantler-hook" copilot )" +
+                 std::string(event) + "; exit 0'"},
+            {"timeoutSec", 10}}}));
   EXPECT_TRUE(Integrations::isInstalled(Integration::copilot));
   Integrations::uninstall(Integration::copilot);
   EXPECT_FALSE(Files::exists(at("/.copilot/hooks/vantler.json")));
@@ -431,6 +458,13 @@ TEST_F(IntegrationInstallers, PreferencesAndConnectById) {
   EXPECT_EQ(Prefs::json(defaults)["hooksInstalled"], false);
   EXPECT_TRUE(Prefs::set(defaults, "integration:nope", true).has_value());
   EXPECT_TRUE(Prefs::set(defaults, "cursorInstalled", "yes").has_value());
+}
+
+TEST_F(IntegrationInstallers, AgentTableAndConnectById) {
+  std::vector<std::string> ids;
+  for (const auto& row : Integrations::table()) ids.push_back(row.id);
+  EXPECT_EQ(ids, (std::vector<std::string>{"claude", "cursor", "gemini", "droid", "copilot",
+                                           "windsurf", "opencode", "codex"}));
   EXPECT_THROW(Integrations::connect("vim"), InstallError);
   EXPECT_THROW(Integrations::disconnect("vim"), InstallError);
 }
@@ -513,7 +547,8 @@ TEST_F(InstallerProperty, RandomSettingsKeepForeignContentAndRoundTrip) {
       {at("/.factory/settings.json"), true, other(Integration::droid)},
       {at("/.cursor/hooks.json"), false,
        [](bool on) { on ? CursorHooks::install() : CursorHooks::uninstall(); }},
-      {at("/.codeium/windsurf/hooks.json"), false, other(Integration::windsurf)}};
+      {at("/.codeium/windsurf/hooks.json"), false, other(Integration::windsurf)},
+      {at("/.codex/hooks.json"), true, other(Integration::codex)}};
   for (const Ev& e : kClaudeEvents) agents[0].ours[e.name] = group(kClaudeCommand, e);
   for (const Ev& e : kGeminiEvents) agents[1].ours[e.name] = group(hookCommand("gemini"), e);
   for (const Ev& e : kDroidEvents) agents[2].ours[e.name] = group(hookCommand("droid"), e);
@@ -522,7 +557,8 @@ TEST_F(InstallerProperty, RandomSettingsKeepForeignContentAndRoundTrip) {
     if (e == "stop") agents[3].ours[e]["timeout"] = 60;
   }
   for (const std::string& e : kWindsurfEvents)
-    agents[4].ours[e] = {{"command", hookCommand("windsurf")}, {"show_output", false}};
+    agents[4].ours[e] = {{"command", kWindsurfCommand}, {"show_output", false}};
+  for (const Ev& e : kCodexEvents) agents[5].ours[e.name] = group(kCodexCommand, e);
 
   int checked = 0;
   for (int round = 0; round < 60; ++round) {

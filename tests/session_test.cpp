@@ -2,8 +2,10 @@
 
 #include <filesystem>
 
+#include "core/hosts.h"
 #include "core/session.h"
 #include "test_support.h"
+#include "usage/pricing.h"
 
 namespace {
 Session working(std::string activity = "") {
@@ -83,12 +85,6 @@ TEST(SessionMood, WorkingPoses) {
   EXPECT_EQ(waiting.pose(0), "alert");
 }
 
-TEST(SessionMood, OrderIsUrgency) {
-  EXPECT_LT(Mood::idle, Mood::done);
-  EXPECT_LT(Mood::done, Mood::working);
-  EXPECT_LT(Mood::working, Mood::waiting);
-}
-
 TEST(SessionNames, FamilyFromHost) {
   auto family = [](Agent agent, std::optional<std::string> bundle,
                    std::optional<std::string> entry = {}) {
@@ -107,6 +103,15 @@ TEST(SessionNames, FamilyFromHost) {
   EXPECT_EQ(family(Agent::claude, "/opt/Slack/slack"), "desktop");
   EXPECT_EQ(family(Agent::claude, {}, "cli"), "terminal");
   EXPECT_EQ(family(Agent::claude, {}, "sdk-ts"), "desktop");
+  // Every terminal or editor the hook can report, by path or (JetBrains on Java) product.
+  for (const Hosts::Host& host : Hosts::kHosts) {
+    if (host.kind == Hosts::Kind::stop) continue;
+    EXPECT_EQ(family(Agent::claude, "/opt/x/" + std::string(host.name)),
+              host.kind == Hosts::Kind::terminal ? "terminal" : "editor")
+        << host.name;
+  }
+  EXPECT_EQ(family(Agent::claude, "PyCharm"), "editor");
+  EXPECT_EQ(family(Agent::claude, "JetBrains"), "editor");
 }
 
 TEST(SessionNames, HeadlinePrecedence) {
@@ -149,7 +154,8 @@ TEST(SessionJson, StatsAndTallyShape) {
   s.finishedAt = 90;  // stale: from an earlier turn
   for (int i = 0; i < 6; ++i) s.countTool("T" + std::to_string(i), Json::object(), 10 + i);
   s.tally[1].last = 100;
-  Json j = s.json(200, 15);
+  PricingCatalog models;
+  Json j = s.json(200, 15, &models);
   EXPECT_EQ(j["project"], "/");
   EXPECT_EQ(j["stats"]["model"], "Sonnet 4.5");
   EXPECT_DOUBLE_EQ(j["stats"]["context"].get<double>(), 0.25);
@@ -163,7 +169,7 @@ TEST(SessionJson, StatsAndTallyShape) {
   s.agent = Agent::codex;
   s.stats.model = "gpt-5-codex";  // no price entry: no context without a reported window
   s.finishedAt = 150;
-  j = s.json(200, 15);
+  j = s.json(200, 15, &models);
   EXPECT_EQ(j["stats"]["model"], "gpt-5-codex");
   EXPECT_FALSE(j["stats"].contains("context"));
   EXPECT_EQ(j["stats"]["turnEnd"], 150000.0);

@@ -84,7 +84,7 @@ class HubTest : public ::testing::Test {
   std::shared_ptr<StubPullRequests> prs = std::make_shared<StubPullRequests>();
   std::shared_ptr<StubTranscripts> transcripts = std::make_shared<StubTranscripts>();
   std::shared_ptr<StubRecent> recent = std::make_shared<StubRecent>();
-  std::map<int32_t, int> probeResults;  // pid → errno; absent pids are alive
+  std::map<int32_t, uint64_t> processes;  // pid → start time of the processes that run
   std::optional<std::string> debugAnswer;
   std::unique_ptr<Hub> hub;
   int changes = 0;
@@ -93,10 +93,16 @@ class HubTest : public ::testing::Test {
 
   void makeHub() {
     hub.reset();
-    HubPorts ports{transcripts, prs, recent, jumper, [this](int32_t pid) {
-                     auto it = probeResults.find(pid);
-                     return it == probeResults.end() ? 0 : it->second;
-                   }};
+    HubPorts ports{transcripts,
+                   prs,
+                   recent,
+                   jumper,
+                   [this](int32_t pid) -> std::optional<uint64_t> {
+                     auto it = processes.find(pid);
+                     if (it == processes.end()) return std::nullopt;
+                     return it->second;
+                   },
+                   nullptr};
     hub = std::make_unique<Hub>(loop, defaults, ports, HubOptions{home.path(), debugAnswer, true});
     hub->onChange = [this] { ++changes; };
   }

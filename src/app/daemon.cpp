@@ -21,6 +21,7 @@
 #include "integrations/github.h"
 #include "integrations/installers.h"
 #include "usage/claude_transcripts.h"
+#include "usage/pricing.h"
 
 namespace Daemon {
 namespace {
@@ -105,6 +106,7 @@ int run(const Options& options) {
   ports.transcripts = std::make_shared<ClaudeTranscripts>();
   ports.recent = std::make_shared<ClaudeRecentTranscripts>(loop);
   ports.github = std::make_shared<GitHub>(loop);
+  ports.models = std::make_shared<PricingCatalog>();
   Hub hub(loop, defaults, ports, hubOptions);
   Integrations::registerPrefs();
   CodexWatcher codex(hub, loop, home);

@@ -31,7 +31,9 @@ constexpr Command kCommands[] = {
      "Environment: VANTLER_DEMO=1 adds demonstration sessions; VANTLER_DEBUG_ANSWER=<text>\n"
      "answers every request 1.2 s after it arrives (allow, deny, or the text as a reply)."},
     {"state", "vantler state", "Prints the current state of every shown session as JSON."},
-    {"allow", "vantler allow <session-id>", "Allows the session's open permission request."},
+    {"allow", "vantler allow [--always] <session-id>",
+     "Allows the session's open permission request. --always also accepts the standing rule the\n"
+     "agent offers with it (shown in 'vantler state' as \"always\"), so it stops asking."},
     {"deny", "vantler deny <session-id>", "Denies the session's open permission request."},
     {"answer", "vantler answer <session-id> <answer>...",
      "Answers the session's questions, one argument per question in order. Several choices\n"
@@ -47,8 +49,8 @@ constexpr Command kCommands[] = {
      "hooks are connected, and the configuration file Vantler edits for it."},
     {"connect", "vantler connect <agent>",
      "Installs Vantler's hooks for the agent (claude, cursor, gemini, droid, copilot, windsurf,\n"
-     "opencode). Only Vantler's own entries are added; the previous file is kept beside it\n"
-     "with the suffix .vantler-backup."},
+     "opencode, codex). Only Vantler's own entries are added; the previous file is kept beside\n"
+     "it with the suffix .vantler-backup."},
     {"disconnect", "vantler disconnect <agent>",
      "Removes Vantler's hooks for the agent, leaving everything else in its settings as it was."},
     {"usage", "vantler usage [--json]",
@@ -101,6 +103,8 @@ int agents() {
     std::printf("%-*s  %-9s  %-9s  %s\n", static_cast<int>(labelWidth), name.c_str(),
                 r.available ? "yes" : "no", r.connected ? "yes" : "no", r.configPath.c_str());
   }
+  for (const auto& r : rows)
+    if (!r.note.empty()) std::printf("\n%s: %s\n", r.label.c_str(), r.note.c_str());
   return 0;
 }
 
@@ -115,6 +119,10 @@ int connect(const std::string& name, const std::string& agent) {
     return 1;
   }
   std::printf("%s %s.\n", agent.c_str(), name == "connect" ? "connected" : "disconnected");
+  if (auto integration = Integrations::fromId(agent); integration && name == "connect") {
+    if (std::string_view note = Integrations::note(*integration); !note.empty())
+      std::printf("%.*s\n", static_cast<int>(note.size()), note.data());
+  }
   return 0;
 }
 
@@ -195,8 +203,14 @@ int main(int argc, char** argv) {
   }
   if (name == "connect" || name == "disconnect")
     return args.size() == 2 ? connect(name, args[1]) : wrongUsage();
+  bool always = false;
+  if (name == "allow" && args.size() > 1 && args[1] == "--always") {
+    always = true;
+    args.erase(args.begin() + 1);
+  }
   if (args.size() < 2) return wrongUsage();
   Json cmd = {{"type", name}, {"id", args[1]}};
+  if (always) cmd["always"] = true;
   if (name == "answer") {
     if (args.size() < 3) return wrongUsage();
     cmd["answers"] = std::vector<std::string>(args.begin() + 2, args.end());

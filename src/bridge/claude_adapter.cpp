@@ -2,7 +2,8 @@
 
 #include <glib.h>
 
-#include "core/hub.h"
+#include "bridge/adapters.h"
+#include "bridge/permission_rules.h"
 #include "core/prefs.h"
 #include "core/tool_text.h"
 
@@ -15,14 +16,14 @@ std::string shortUuid() {
   return out;
 }
 
-void copySurroundings(Session& s, const Json& payload) {
+void copySurroundings(Hub& hub, Session& s, const Json& payload) {
   const Json& host = JsonField::object(payload, "_host");
   if (const Json* pid = JsonField::find(host, "pid"); pid && pid->is_number_integer())
     s.hostPid = static_cast<int32_t>(pid->get<int64_t>());
   if (JsonField::hasString(host, "bundle")) s.hostBundle = JsonField::str(host, "bundle");
   if (JsonField::hasString(host, "tty")) s.tty = JsonField::str(host, "tty");
   if (const Json* pid = JsonField::find(payload, "agentPid"); pid && pid->is_number_integer())
-    s.agentPid = static_cast<int32_t>(pid->get<int64_t>());
+    hub.noteAgent(s, static_cast<int32_t>(pid->get<int64_t>()));
 }
 
 bool isPromptNotification(const std::string& type) {
@@ -31,7 +32,24 @@ bool isPromptNotification(const std::string& type) {
 
 }  // namespace
 
-std::optional<std::string> Hub::claude(const Json& payload, Reply reply) {
+std::optional<std::string> Adapters::handle(const Json& payload, Hub::Reply reply) {
+  const std::string agent = JsonField::str(payload, "_agent", "claude");
+  if (agent == "cursor") return cursor_.handle(payload, std::move(reply));
+  if (agent == "claude" || agent == "codex" || !JsonField::hasString(payload, "_agent"))
+    return claude_.handle(payload, std::move(reply));
+  return others_.handle(payload, std::move(reply));
+}
+
+std::string ClaudeAdapter::callFor(const Session& s, const std::string& tool, const Json& input) {
+  auto found = calls_.find(s.id);
+  if (found == calls_.end()) return {};
+  // Oldest first: parallel calls announced A, B ask in the same order.
+  for (const Call& c : found->second)
+    if (c.tool == tool && c.input == input && !s.request(s.id + ":" + c.id)) return c.id;
+  return {};
+}
+
+std::optional<std::string> ClaudeAdapter::handle(const Json& payload, Hub::Reply reply) {
   if (!JsonField::hasString(payload, "session_id") ||
       !JsonField::hasString(payload, "hook_event_name")) {
     reply("");
@@ -41,29 +59,28 @@ std::optional<std::string> Hub::claude(const Json& payload, Reply reply) {
   const std::string key =
       std::string(Agents::raw(agent)) + ":" + JsonField::str(payload, "session_id");
   const std::string event = JsonField::str(payload, "hook_event_name");
-  const Date t = now();
+  const Date t = hub_.now();
 
-  Session s = session(key, agent, JsonField::str(payload, "cwd"));
-  untuck(key);
+  Session s = hub_.session(key, agent, JsonField::str(payload, "cwd"));
+  hub_.untuck(key);
   s.updated = t;
-  copySurroundings(s, payload);
-  if (JsonField::hasString(payload, "transcript_path")) {
+  s.hooked = true;
+  copySurroundings(hub_, s, payload);
+  // Codex's transcript is its rollout log, which the Codex watcher reads.
+  if (agent != Agent::codex && JsonField::hasString(payload, "transcript_path")) {
     s.transcript = JsonField::str(payload, "transcript_path");
-    if (auto stats = ports_.transcripts->update(*s.transcript)) s.stats = std::move(*stats);
+    if (auto stats = hub_.transcripts().update(*s.transcript)) s.stats = std::move(*stats);
   }
 
   const std::string tool = JsonField::str(payload, "tool_name");
   const Json& input = JsonField::object(payload, "tool_input");
   const bool mainAgent = !JsonField::find(payload, "agent_id");
+  const std::string callId = JsonField::str(payload, "tool_use_id");
   std::optional<std::string> held;
   bool attention = false;
 
-  // Opens a request, first letting go of any earlier one in this session: its hook gets the
-  // empty reply, so that agent asks in its own window instead of hanging.
   auto open = [&](std::string id, Pending::Kind kind, Json toolInput) {
-    clearPending(s);
-    s.pending = Pending{id, std::move(kind), std::move(toolInput), t, false};
-    setResponder(id, reply);
+    hub_.openRequest(s, Pending{id, std::move(kind), std::move(toolInput), t, false}, reply);
     held = std::move(id);
     attention = true;
   };
@@ -71,7 +88,7 @@ std::optional<std::string> Hub::claude(const Json& payload, Reply reply) {
   if (event == "SessionStart") {
     if (s.mood != Mood::working) s.mood = Mood::idle;
   } else if (event == "UserPromptSubmit") {
-    clearPending(s);
+    hub_.clearPending(s);
     s.title = ToolText::headline(JsonField::str(payload, "prompt"));
     s.mood = Mood::working;
     s.activity = "Thinking";
@@ -82,6 +99,12 @@ std::optional<std::string> Hub::claude(const Json& payload, Reply reply) {
     s.turnStarted = t;
     s.finishedAt.reset();
   } else if (event == "PreToolUse") {
+    if (!callId.empty()) {
+      if (calls_.size() >= kSessionsKept && !calls_.count(key)) calls_.clear();
+      std::deque<Call>& calls = calls_[key];
+      calls.push_back({callId, tool, input});
+      if (calls.size() > kCallsKept) calls.pop_front();
+    }
     if (mainAgent && tool != "AskUserQuestion") {
       s.activity = ToolText::activity(tool, input);
       s.pushTool(s.activity);
@@ -89,24 +112,35 @@ std::optional<std::string> Hub::claude(const Json& payload, Reply reply) {
       s.mood = Mood::working;
     }
   } else if (event == "PostToolUse" || event == "PostToolUseFailure") {
+    // The call went ahead, so a prompt shown elsewhere, or the request for this very call
+    // (answered in the terminal), is over; a subagent's call too.
+    if (s.pending && s.pending->is<Pending::Elsewhere>()) s.pending.reset();
+    if (!callId.empty()) {
+      hub_.withdrawRequest(s, key + ":" + callId);
+      if (auto calls = calls_.find(key); calls != calls_.end())
+        std::erase_if(calls->second, [&](const Call& c) { return c.id == callId; });
+    }
     if (mainAgent) {
       s.finishTools(event == "PostToolUseFailure");
-      const std::string toolUse = JsonField::str(payload, "tool_use_id");
-      // The call went ahead, so a prompt shown elsewhere, or the request for this very call
-      // (answered in the terminal), is over.
-      if (s.pending &&
-          (s.pending->is<Pending::Elsewhere>() || (!toolUse.empty() && s.pending->id == toolUse)))
-        clearPending(s);
       if (!s.pending) s.mood = Mood::working;
     }
   } else if (event == "PermissionRequest") {
-    std::string id = JsonField::str(payload, "tool_use_id");
-    if (id.empty()) id = key + ":perm:" + shortUuid();
+    // Claude Code's request carries no call id: the call announced just before it tells which
+    // one it is about. Ids are the session's key and the call's, so no answer can reach the
+    // hook of another session whose agent numbers its calls alike.
+    std::string call = callId.empty() ? callFor(s, tool, input) : callId;
+    std::string id = key + ":" + (call.empty() ? "perm:" + shortUuid() : call);
+    hub_.withdrawRequest(s, id);  // the same call asking again: the earlier hook is stale
     if (tool == "AskUserQuestion") {
       open(id, Pending::Questions{ToolText::questions(input)}, input);
     } else {
       auto [title, detail] = ToolText::permission(tool, input);
-      open(id, Pending::Permission{std::move(title), std::move(detail), tool}, input);
+      Pending::Permission perm{std::move(title), std::move(detail), tool};
+      if (auto offer = PermissionRules::offer(payload)) {
+        perm.always = std::move(offer->label);
+        perm.rule = std::move(offer->suggestion);
+      }
+      open(id, std::move(perm), input);
     }
   } else if (event == "Notification") {
     if (isPromptNotification(JsonField::str(payload, "notification_type")) && !s.pending) {
@@ -119,20 +153,21 @@ std::optional<std::string> Hub::claude(const Json& payload, Reply reply) {
       attention = true;
     }
   } else if (event == "Stop") {
-    clearPending(s);
+    hub_.clearPending(s);
+    calls_.erase(key);
     s.finishTools(false);
     s.mood = Mood::done;
     s.finishedAt = t;
     const std::string last = JsonField::str(payload, "last_assistant_message");
     s.activity = last.empty() ? "Finished" : ToolText::shorten(last, 90);
     if (s.activity.empty()) s.activity = "Finished";
-    flash_ = Flash{key, t + kFlashFor};
-    for (double delay : {kPrRefreshSoon, kPrRefreshLater}) {
-      later(delay, [key](Hub& hub) {
+    hub_.flashSession(key);
+    for (double delay : {Hub::kPrRefreshSoon, Hub::kPrRefreshLater}) {
+      hub_.later(delay, [key](Hub& hub) {
         if (const Session* found = hub.find(key)) hub.github().refresh({found->root}, true);
       });
     }
-    const int64_t window = Prefs::replyWindow(defaults_);
+    const int64_t window = Prefs::replyWindow(hub_.defaults());
     if (window > 0 && Agents::canReply(agent) && !JsonField::boolean(payload, "stop_hook_active")) {
       open(key + ":reply:" + shortUuid(), Pending::Reply{last, t + static_cast<double>(window)},
            Json::object());
@@ -142,7 +177,8 @@ std::optional<std::string> Hub::claude(const Json& payload, Reply reply) {
   } else if (event == "SessionEnd") {
     // The agent has exited: its request can no longer be answered. The session stays in the
     // list as finished, so the user still sees how it ended; clearing or hiding removes it.
-    clearPending(s);
+    hub_.clearPending(s);
+    calls_.erase(key);
     s.finishTools(false);
     if (s.mood != Mood::done) {
       s.mood = Mood::done;
@@ -152,13 +188,13 @@ std::optional<std::string> Hub::claude(const Json& payload, Reply reply) {
   }
   // "SubagentStop" and unknown events change nothing beyond the surroundings above.
 
-  store(s);
+  hub_.store(s);
   if (held) {
-    onAttention();
-    autoAnswerForTests(s);
+    hub_.onAttention();
+    hub_.autoAnswerForTests(s);
     return held;
   }
-  if (attention) onAttention();
+  if (attention) hub_.onAttention();
   // Nothing waits: the hook is let go at once.
   reply("");
   return std::nullopt;

@@ -52,10 +52,21 @@ Json handle(Hub& hub, const Json& command) {
   const Session* s = hub.find(id);
   if (!s) return fail("no session " + (id.empty() ? std::string("(none given)") : id));
   const std::optional<Pending>& p = s->pending;
+  // A command about a request that is no longer the one shown (the page showed it a moment
+  // ago) must not settle the next one.
+  const std::string request = JsonField::str(command, "request");
+  if (!request.empty() && (!p || p->id != request))
+    return fail("the request " + request + " of " + id + " is no longer open");
 
   if (type == "allow" || type == "deny") {
     if (!p || p->is<Pending::Reply>()) return fail(id + " has no open request to " + type);
-    hub.decide(id, type);
+    const bool always = JsonField::boolean(command, "always");
+    if (always) {
+      const auto* perm = p->as<Pending::Permission>();
+      if (type != "allow" || !perm || perm->always.empty())
+        return fail(id + " offers no rule to always allow");
+    }
+    hub.decide(id, type, std::nullopt, always);
   } else if (type == "answer") {
     if (!p || !p->is<Pending::Questions>()) return fail(id + " is not asking questions");
     size_t asked = p->as<Pending::Questions>()->questions.size();

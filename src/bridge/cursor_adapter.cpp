@@ -1,9 +1,10 @@
 // Cursor's hooks, translated into the Claude Code events of the same meaning.
 
+#include "bridge/adapters.h"
 #include "bridge/event_fields.h"
-#include "core/hub.h"
 
-std::optional<std::string> Hub::cursor(const Json& payload, Reply reply) {
+std::optional<std::string> CursorAdapter::handle(const Json& payload, Hub::Reply reply) {
+  Hub& hub = claude_.hub();
   std::string conversation = JsonField::str(payload, "conversation_id");
   if (conversation.empty()) conversation = JsonField::str(payload, "session_id");
   const std::string key = "cursor:" + conversation;
@@ -14,7 +15,7 @@ std::optional<std::string> Hub::cursor(const Json& payload, Reply reply) {
   }
   const std::string hook = JsonField::str(payload, "hook_event_name");
 
-  auto run = [&](const char* event, Json extra, Reply replyTo) {
+  auto run = [&](const char* event, Json extra, Hub::Reply replyTo) {
     Json translated = std::move(extra);
     translated["hook_event_name"] = event;
     translated["session_id"] = conversation;
@@ -22,7 +23,7 @@ std::optional<std::string> Hub::cursor(const Json& payload, Reply reply) {
     translated["cwd"] = cwd;
     if (const Json* host = JsonField::find(payload, "_host")) translated["_host"] = *host;
     if (const Json* pid = JsonField::find(payload, "agentPid")) translated["agentPid"] = *pid;
-    return claude(translated, std::move(replyTo));
+    return claude_.handle(translated, std::move(replyTo));
   };
   // A tool that already ran arrives as one hook: it starts and finishes at once. Only the
   // second half answers the hook.
@@ -49,28 +50,28 @@ std::optional<std::string> Hub::cursor(const Json& payload, Reply reply) {
                                              JsonField::str(payload, "tool_name")),
                     input.is_object() ? input : Json::object());
   } else if (hook == "afterAgentResponse") {
-    cursorLast_[key] = JsonField::str(payload, "text");
+    lastText_[key] = JsonField::str(payload, "text");
     reply("");
   } else if (hook == "preCompact") {
     held = run("PreCompact", Json::object(), reply);
   } else if (hook == "stop") {
     const std::string status = JsonField::str(payload, "status", "completed");
     if (status == "completed") {
-      auto last = cursorLast_.find(key);
+      auto last = lastText_.find(key);
       Json extra = {{"stop_hook_active", JsonField::integer(payload, "loop_count") > 0}};
-      if (last != cursorLast_.end()) extra["last_assistant_message"] = last->second;
+      if (last != lastText_.end()) extra["last_assistant_message"] = last->second;
       held = run("Stop", std::move(extra), reply);
     } else {
-      for (Session& s : sessions_) {
-        if (s.id != key) continue;
+      if (const Session* found = hub.find(key)) {
+        Session s = *found;
         s.mood = Mood::idle;
         s.activity = status == "error" ? "Stopped with an error" : "Stopped";
+        hub.store(std::move(s));
       }
-      changed();
       reply("");
     }
   } else if (hook == "sessionEnd") {
-    cursorLast_.erase(key);
+    lastText_.erase(key);
     held = run("SessionEnd", Json::object(), reply);
   } else {
     reply("");
@@ -79,9 +80,10 @@ std::optional<std::string> Hub::cursor(const Json& payload, Reply reply) {
   // The model Cursor reports with any hook is kept with the session.
   const std::string model = JsonField::str(payload, "model");
   if (!model.empty() && model != "default") {
-    if (Session* s = findMutable(key); s && s->stats.model != model) {
-      s->stats.model = model;
-      changed();
+    if (const Session* found = hub.find(key); found && found->stats.model != model) {
+      Session s = *found;
+      s.stats.model = model;
+      hub.store(std::move(s));
     }
   }
   return held;

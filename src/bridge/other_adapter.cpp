@@ -4,8 +4,8 @@
 #include <array>
 #include <utility>
 
+#include "bridge/adapters.h"
 #include "bridge/event_fields.h"
-#include "core/hub.h"
 
 namespace {
 
@@ -64,7 +64,7 @@ std::string_view claudeEvent(std::string_view name) {
 
 }  // namespace
 
-std::optional<std::string> Hub::adapted(const Json& payload, Reply reply) {
+std::optional<std::string> OtherAgentsAdapter::handle(const Json& payload, Hub::Reply reply) {
   using EventFields::firstString;
   const Json* inputKey = nullptr;
   for (const char* k : {"tool_input", "toolArgs", "args", "tool_info"}) {
@@ -90,9 +90,11 @@ std::optional<std::string> Hub::adapted(const Json& payload, Reply reply) {
     return std::nullopt;
   }
 
-  Json out = {{"hook_event_name", event},
-              {"_agent", JsonField::str(payload, "_agent")},
-              {"cwd", top({"cwd", "directory", "workspace", "workspacePath"})}};
+  // Windsurf has the working directory only in the data of its command actions.
+  std::string cwd = top({"cwd", "directory", "workspace", "workspacePath"});
+  if (cwd.empty()) cwd = firstString({&input}, {"cwd"});
+  Json out = {
+      {"hook_event_name", event}, {"_agent", JsonField::str(payload, "_agent")}, {"cwd", cwd}};
   // Without a session id the shared rules let the hook go without touching any session.
   const std::string sessionId =
       top({"session_id", "sessionId", "sessionID", "trajectory_id", "conversation_id"});
@@ -113,6 +115,8 @@ std::optional<std::string> Hub::adapted(const Json& payload, Reply reply) {
     input = {{"command", field({"command_line", "command"})}};
   } else if (name.ends_with("_mcp_tool_use")) {
     tool = EventFields::mcpToolName(field({"mcp_server_name"}), field({"mcp_tool_name"}));
+    Json arguments = EventFields::objectOrEncoded(JsonField::find(input, "mcp_tool_arguments"));
+    input = arguments.is_object() ? arguments : Json::object();
   }
   if (event == "PreToolUse" || event == "PostToolUse" || event == "PostToolUseFailure") {
     out["tool_name"] = tool;
@@ -122,15 +126,20 @@ std::optional<std::string> Hub::adapted(const Json& payload, Reply reply) {
   if (event == "UserPromptSubmit") {
     out["prompt"] = field({"prompt", "user_prompt", "userPrompt"});
   } else if (event == "Stop") {
-    out["last_assistant_message"] =
-        field({"last_assistant_message", "prompt_response", "response", "error"});
+    std::string last = field({"last_assistant_message", "prompt_response", "response", "error"});
+    // Copilot reports a failure as an object.
+    if (last.empty()) last = JsonField::str(JsonField::object(payload, "error"), "message");
+    out["last_assistant_message"] = last;
     if (const Json* active = JsonField::find(payload, "stop_hook_active"))
       out["stop_hook_active"] = *active;
   } else if (event == "Notification") {
     std::string message = field({"message", "details"});
     out["message"] = message.empty() ? "Needs your input" : message;
+    // OpenCode's permission event and Gemini CLI's tool permission prompt both mean the agent
+    // now waits for the user in its own window.
+    const std::string type = JsonField::str(payload, "notification_type");
     out["notification_type"] =
-        name == "permission" ? "permission_prompt" : JsonField::str(payload, "notification_type");
+        name == "permission" || type == "ToolPermission" ? "permission_prompt" : type;
   }
-  return claude(out, std::move(reply));
+  return claude_.handle(out, std::move(reply));
 }

@@ -96,21 +96,12 @@ void Router::dispatch(ConnId conn, std::string_view line) {
     return;
   }
 
-  const Json* agentField = JsonField::find(obj, "_agent");
-  const std::string agent =
-      agentField && agentField->is_string() ? agentField->get<std::string>() : "claude";
   Hub::Reply reply = replyFor(conn);
   auto replied = [&] {
     auto it = conns_.find(conn);
     return it == conns_.end() || it->second.finished;
   };
-  std::optional<std::string> key;
-  if (agent == "cursor")
-    key = hub_.cursor(obj, reply);
-  else if (agent == "claude")
-    key = hub_.claude(obj, reply);
-  else
-    key = hub_.adapted(obj, reply);
+  std::optional<std::string> key = adapters_.handle(obj, reply);
   // An entry point that answered at once leaves nothing to hold.
   if (key && !replied()) conns_[conn].held = *key;
 }

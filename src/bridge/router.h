@@ -11,6 +11,7 @@
 #include <string_view>
 #include <unordered_map>
 
+#include "bridge/adapters.h"
 #include "core/hub.h"
 #include "core/json.h"
 
@@ -55,6 +56,7 @@ class Router {
   Hub::Reply replyFor(ConnId conn);
 
   Hub& hub_;
+  Adapters adapters_{hub_};
   Transport& transport_;
   CommandHandler commands_;
   std::unordered_map<ConnId, Conn> conns_;

@@ -1,12 +1,10 @@
 #include "core/hub.h"
 
-#include <signal.h>
-
 #include <algorithm>
-#include <cerrno>
 
 #include "core/files.h"
 #include "core/prefs.h"
+#include "core/processes.h"
 
 namespace {
 
@@ -31,10 +29,6 @@ class NoJumper final : public Jumper {
   void go(const Session&) override {}
 };
 
-int signalZero(int32_t pid) {
-  return ::kill(pid, 0) == 0 ? 0 : errno;
-}
-
 }  // namespace
 
 Hub::Hub(Loop& loop, Defaults& defaults, HubPorts ports, HubOptions options)
@@ -47,7 +41,7 @@ Hub::Hub(Loop& loop, Defaults& defaults, HubPorts ports, HubOptions options)
   if (!ports_.github) ports_.github = std::make_shared<NoPullRequests>();
   if (!ports_.recent) ports_.recent = std::make_shared<NoRecentTranscripts>();
   if (!ports_.jumper) ports_.jumper = std::make_shared<NoJumper>();
-  if (!ports_.probe) ports_.probe = signalZero;
+  if (!ports_.processStart) ports_.processStart = Processes::startTime;
   if (options_.home.empty()) options_.home = Files::home();
 
   std::weak_ptr<Hub*> weak = self_;
@@ -136,6 +130,42 @@ void Hub::changed() {
   });
 }
 
+void Hub::openRequest(Session& session, Pending request, Reply reply) {
+  setResponder(request.id, std::move(reply));
+  if (session.pending && session.pending->is<Pending::Elsewhere>()) session.pending.reset();
+  if (session.pending)
+    session.queued.push_back(std::move(request));
+  else
+    session.pending = std::move(request);
+}
+
+void Hub::showNext(Session& session) {
+  session.pending.reset();
+  if (session.queued.empty()) return;
+  session.pending = std::move(session.queued.front());
+  session.queued.erase(session.queued.begin());
+}
+
+bool Hub::withdrawRequest(Session& session, const std::string& requestId) {
+  Reply reply;
+  if (session.pending && session.pending->id == requestId) {
+    reply = takeResponder(requestId);
+    showNext(session);
+  } else {
+    auto it = std::find_if(session.queued.begin(), session.queued.end(),
+                           [&](const Pending& p) { return p.id == requestId; });
+    if (it == session.queued.end()) return false;
+    reply = takeResponder(requestId);
+    session.queued.erase(it);
+  }
+  if (reply) reply("");
+  return true;
+}
+
+void Hub::flashSession(const std::string& id) {
+  flash_ = Flash{id, now() + kFlashFor};
+}
+
 void Hub::setResponder(const std::string& pendingId, Reply reply) {
   responders_[pendingId] = std::move(reply);
 }
@@ -149,10 +179,10 @@ void Hub::hookGone(const std::string& pendingId) {
   // Nothing waiting under this key means it was already answered or withdrawn. The reply
   // function is dropped uncalled: its connection is gone.
   if (responders_.erase(pendingId) == 0) return;
-  for (Session& s : sessions_) {
-    if (s.pending && s.pending->id == pendingId) {
+  for (const Session& s : sessions_) {
+    if (s.request(pendingId)) {
       Session copy = s;
-      copy.pending.reset();
+      withdrawRequest(copy, pendingId);
       store(std::move(copy));
       return;
     }
@@ -160,10 +190,15 @@ void Hub::hookGone(const std::string& pendingId) {
 }
 
 void Hub::clearPending(Session& session) {
-  if (session.pending) {
-    if (Reply reply = takeResponder(session.pending->id)) reply("");
-  }
+  std::optional<Pending> shown = std::move(session.pending);
+  std::vector<Pending> queued = std::move(session.queued);
   session.pending.reset();
+  session.queued.clear();
+  if (shown) {
+    if (Reply reply = takeResponder(shown->id)) reply("");
+  }
+  for (const Pending& p : queued)
+    if (Reply reply = takeResponder(p.id)) reply("");
 }
 
 void Hub::remove(const std::string& id) {
@@ -176,6 +211,12 @@ void Hub::remove(const std::string& id) {
   sessions_.erase(it);
   clearPending(gone);
   changed();
+}
+
+void Hub::noteAgent(Session& session, int32_t pid) {
+  if (session.agentPid == pid && session.agentStarted) return;
+  session.agentPid = pid;
+  session.agentStarted = ports_.processStart(pid);
 }
 
 void Hub::codex(const std::string& id, const std::string& cwd,

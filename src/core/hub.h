@@ -63,26 +63,31 @@ class Hub {
   void changed();
   // The hook behind an open request went away without an answer.
   void hookGone(const std::string& pendingId);
-  // Withdraws a session's open request in place; its hook gets the empty reply.
+  // Withdraws every open request of a session in place; each hook gets the empty reply.
   void clearPending(Session& session);
+  // Opens a request in the session (changed in place, not stored); `reply` answers its hook.
+  // It is shown at once, or queued behind the session's open requests; a prompt shown in the
+  // agent's own window gives way to it.
+  void openRequest(Session& session, Pending request, Reply reply);
+  // Withdraws one request, shown or queued (its hook gets the empty reply); the next one is
+  // shown. False when the session has no such request.
+  bool withdrawRequest(Session& session, const std::string& requestId);
   // Registers the reply function for an open request.
   void setResponder(const std::string& pendingId, Reply reply);
   bool hasResponder(const std::string& pendingId) const { return responders_.count(pendingId); }
   // Takes a session out of the table, first withdrawing its open request (its hook gets the
   // empty reply). Unknown ids are ignored.
   void remove(const std::string& id);
+  // Records the agent's process (pid and start time) for a session, changed in place.
+  void noteAgent(Session& session, int32_t pid);
   // The Codex watcher's entry point.
   void codex(const std::string& id, const std::string& cwd,
              const std::function<void(Session&)>& update);
 
-  // --- hook events (each returns the id of a request the hook must wait on) ---
-  std::optional<std::string> claude(const Json& payload, Reply reply);
-  std::optional<std::string> cursor(const Json& payload, Reply reply);
-  std::optional<std::string> adapted(const Json& payload, Reply reply);
-
-  // --- decisions and replies ---
+  // --- decisions and replies (each settles the session's shown request) ---
+  // `always` also accepts the standing rule the request offers, so the agent stops asking.
   void decide(const std::string& id, const std::string& behavior,
-              const std::optional<Json>& input = std::nullopt);
+              const std::optional<Json>& input = std::nullopt, bool always = false);
   void answer(const std::string& id, const std::vector<std::string>& answers);
   void sendReply(const std::string& id, const std::string& text);
   void engage(const std::string& id);
@@ -93,8 +98,9 @@ class Hub {
 
   // The body each agent's hook expects for a reply typed after its turn.
   static Json replyBody(Agent agent, const std::string& text);
-  // The body of a permission decision.
-  static Json decisionBody(const std::string& behavior, const std::optional<Json>& input);
+  // The body of a permission decision; `rule` goes back as the one permission update.
+  static Json decisionBody(const std::string& behavior, const std::optional<Json>& input,
+                           const Json* rule = nullptr);
 
   // --- timing and ordering ---
   std::vector<const Session*> visible() const;
@@ -119,8 +125,8 @@ class Hub {
   const std::optional<Flash>& flash() const { return flash_; }
   const std::optional<PrNews>& prNews() const { return prNews_; }
   const std::unordered_map<std::string, Date>& tucked() const { return tucked_; }
-  // Last event per Cursor conversation.
-  std::unordered_map<std::string, std::string>& cursorLast() { return cursorLast_; }
+  // Marks a session whose turn just ended, for a few seconds.
+  void flashSession(const std::string& id);
   // The snapshot as compact JSON text (what is pushed), and parsed.
   std::string snapshotText() const;
   Json snapshot() const;
@@ -134,6 +140,8 @@ class Hub {
   const std::string& home() const { return options_.home; }
   TranscriptReader& transcripts() { return *ports_.transcripts; }
   PullRequests& github() { return *ports_.github; }
+  // Queues a task that does nothing once the hub is gone.
+  void later(double seconds, std::function<void(Hub&)> task);
 
   std::function<void()> onChange = [] {};
   std::function<void()> onAttention = [] {};
@@ -142,13 +150,13 @@ class Hub {
   Session* findMutable(const std::string& id);
   // Removes and returns the reply function of a request.
   Reply takeResponder(const std::string& pendingId);
+  // The shown request is settled: the oldest queued one takes its place.
+  static void showNext(Session& session);
   void saveTucked();
   void loadTucked();
   bool isVisible(const Session& s, Date now, int64_t hideAfterMinutes) const;
   static const Session* focusAmong(const std::vector<const Session*>& shown, Date now);
   void prChanged(const std::string& root, const std::string& kind);
-  // Queues a task that does nothing once the hub is gone.
-  void later(double seconds, std::function<void(Hub&)> task);
 
   Loop& loop_;
   Defaults& defaults_;
@@ -165,7 +173,6 @@ class Hub {
   std::optional<PrNews> prNews_;
   bool pushScheduled_ = false;
   std::optional<Loop::TaskId> ticker_;
-  std::unordered_map<std::string, std::string> cursorLast_;
   Date lastSlowTick_ = 0;
   std::shared_ptr<Hub*> self_;  // weak handles to this hub for queued tasks
 };

@@ -5,16 +5,18 @@
 #include "core/tool_text.h"
 
 namespace {
-constexpr const char* kDeniedMessage = "The user denied this from the notch.";
-constexpr const char* kReplyPrefix = "The user replied from the Vantler notch:\n\n";
+constexpr const char* kDeniedMessage = "The user denied this in Vantler's panel.";
+constexpr const char* kReplyPrefix = "The user replied in Vantler's panel:\n\n";
 constexpr const char* kClaudeReplyPrefix =
-    "The user replied from the Vantler notch. Treat this as their next message:\n\n";
-constexpr const char* kClaudeSystemPrefix = "Replied from the notch: ";
+    "The user replied in Vantler's panel. Treat this as their next message:\n\n";
+constexpr const char* kClaudeSystemPrefix = "Replied in Vantler's panel: ";
 }  // namespace
 
-Json Hub::decisionBody(const std::string& behavior, const std::optional<Json>& input) {
+Json Hub::decisionBody(const std::string& behavior, const std::optional<Json>& input,
+                       const Json* rule) {
   Json decision = {{"behavior", behavior}};
   if (input) decision["updatedInput"] = *input;
+  if (rule) decision["updatedPermissions"] = Json::array({*rule});
   if (behavior == "deny") decision["message"] = kDeniedMessage;
   return {{"hookSpecificOutput",
            {{"hookEventName", "PermissionRequest"}, {"decision", std::move(decision)}}}};
@@ -37,7 +39,7 @@ Json Hub::replyBody(Agent agent, const std::string& text) {
 }
 
 void Hub::decide(const std::string& id, const std::string& behavior,
-                 const std::optional<Json>& input) {
+                 const std::optional<Json>& input, bool always) {
   Session* found = findMutable(id);
   if (!found || !found->pending) return;
   Session s = *found;
@@ -47,9 +49,12 @@ void Hub::decide(const std::string& id, const std::string& behavior,
     ports_.jumper->go(s);
     return;
   }
-  std::string body = JsonField::compactOrEmpty(decisionBody(behavior, input));
+  const auto* perm = s.pending->as<Pending::Permission>();
+  const Json* rule =
+      always && behavior == "allow" && perm && !perm->always.empty() ? &perm->rule : nullptr;
+  std::string body = JsonField::compactOrEmpty(decisionBody(behavior, input, rule));
   if (Reply reply = takeResponder(s.pending->id)) reply(body);
-  s.pending.reset();
+  showNext(s);
   s.mood = Mood::working;
   if (behavior == "deny") s.activity = "Denied from the notch";
   store(std::move(s));
@@ -74,7 +79,7 @@ void Hub::sendReply(const std::string& id, const std::string& text) {
   Session s = *found;
   std::string body = JsonField::compactOrEmpty(replyBody(s.agent, text));
   if (Reply reply = takeResponder(s.pending->id)) reply(body);
-  s.pending.reset();
+  showNext(s);
   s.mood = Mood::working;
   s.title = ToolText::headline(text);
   s.activity = "Thinking";
@@ -102,7 +107,7 @@ void Hub::release(const std::string& id) {
   // The agent now asks in its own window, so the session waits for the user there.
   if (s.pending->is<Pending::Permission>() || s.pending->is<Pending::Questions>())
     s.mood = Mood::waiting;
-  clearPending(s);
+  withdrawRequest(s, s.pending->id);
   store(std::move(s));
 }
 

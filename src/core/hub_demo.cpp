@@ -69,8 +69,18 @@ void Hub::loadDemo() {
                   {"description", "Rebuild from scratch"}};
     play(s, {{"Read", {{"file_path", s.root + "/package.json"}}}}, t - 38, 4);
     auto [title, detail] = ToolText::permission("Bash", input);
-    s.pending =
-        Pending{"demo-perm", Pending::Permission{title, detail, "Bash"}, input, t - 12, false};
+    Pending::Permission perm{title, detail, "Bash"};
+    perm.always = "Always allow `npm run build`";
+    perm.rule = {{"type", "addRules"},
+                 {"rules", {{{"toolName", "Bash"}, {"ruleContent", "npm run build:*"}}}},
+                 {"behavior", "allow"},
+                 {"destination", "localSettings"}};
+    s.pending = Pending{"demo-perm", std::move(perm), input, t - 12, false};
+    // A subagent asked too: it waits behind the first request.
+    Json lint = {{"command", "npx eslint --fix src"}};
+    auto [lintTitle, lintDetail] = ToolText::permission("Bash", lint);
+    s.queued.push_back(Pending{"demo-perm-2", Pending::Permission{lintTitle, lintDetail, "Bash"},
+                               lint, t - 9, false});
     s.activity = ToolText::activity("Bash", input);
     s.stats.model = "claude-sonnet-4-5-20250929";
     s.stats.branch = "main";

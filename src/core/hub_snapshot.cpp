@@ -23,7 +23,8 @@ std::string Hub::snapshotText() const {
   JsonWriter w(2048 + shown.size() * 1280);
   w.beginObject().field("open", isOpen_);
   w.key("sessions").beginArray();
-  for (const Session* s : shown) s->write(w, t, replyWindow, ports_.github->find(s->root));
+  for (const Session* s : shown)
+    s->write(w, t, replyWindow, ports_.github->find(s->root), ports_.models.get());
   w.endArray();
   w.key("selected");
   selected ? w.string(selected->id) : w.null();

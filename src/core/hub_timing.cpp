@@ -2,7 +2,6 @@
 // commands.
 
 #include <algorithm>
-#include <cerrno>
 
 #include "core/hub.h"
 #include "core/prefs.h"
@@ -170,10 +169,12 @@ void Hub::tick() {
   if (t - lastSlowTick_ > kSlowSweepEvery) {
     lastSlowTick_ = t;
     // Only Claude Code sessions are swept: other agents end their sessions with their own
-    // events or a clear.
+    // events or a clear. A session goes when the process seen running as its agent has ended
+    // (or its pid now belongs to another process); one whose agent was never seen running
+    // goes after a long silence.
     std::erase_if(sessions_, [&](const Session& s) {
       if (s.agent != Agent::claude || s.pending) return false;
-      if (s.agentPid) return ports_.probe(*s.agentPid) == ESRCH;
+      if (s.agentPid && s.agentStarted) return ports_.processStart(*s.agentPid) != s.agentStarted;
       return t - s.updated > kSilentClaudeGone;
     });
     changed();

@@ -57,6 +57,16 @@ class Jumper {
   virtual void go(const Session& session) = 0;
 };
 
+// Display names and context windows of models, which the core does not know itself.
+class ModelCatalog {
+ public:
+  virtual ~ModelCatalog() = default;
+  // The name shown for a session's model ("Opus 4.5"); the model id itself when unknown.
+  virtual std::string label(Agent agent, const std::string& model) const = 0;
+  // The model's context window in tokens; 0 when unknown.
+  virtual int64_t contextWindow(const std::string& model) const = 0;
+};
+
 namespace Jump {
 // A short display name for the place a session runs: "Cursor", "Codex", or the host
 // application's file name without extension.
@@ -69,6 +79,8 @@ struct HubPorts {
   std::shared_ptr<PullRequests> github;
   std::shared_ptr<RecentTranscripts> recent;
   std::shared_ptr<Jumper> jumper;
-  // The signal-0 probe: 0 when the process exists, else the errno (ESRCH when it is gone).
-  std::function<int(int32_t pid)> probe;
+  // When the process with this pid started (clock ticks after boot); nothing when no such
+  // process runs. A pid reused by a later process shows a different start.
+  std::function<std::optional<uint64_t>(int32_t pid)> processStart;
+  std::shared_ptr<ModelCatalog> models;  // none: model ids are shown as they are
 };

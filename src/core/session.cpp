@@ -6,11 +6,11 @@
 #include <array>
 #include <cstdlib>
 
+#include "core/hosts.h"
 #include "core/json_writer.h"
 #include "core/ports.h"
 #include "core/text.h"
 #include "core/tool_text.h"
-#include "usage/pricing.h"
 
 namespace Agents {
 
@@ -64,6 +64,13 @@ std::string lastPathComponent(std::string_view path) {
   if (path == "/") return "/";
   auto slash = path.rfind('/');
   return std::string(slash == std::string_view::npos ? path : path.substr(slash + 1));
+}
+
+const Pending* Session::request(const std::string& requestId) const {
+  if (pending && pending->id == requestId) return &*pending;
+  for (const Pending& p : queued)
+    if (p.id == requestId) return &p;
+  return nullptr;
 }
 
 void Session::pushTool(std::string label) {
@@ -157,28 +164,18 @@ std::string hostFileName(const std::optional<std::string>& bundle, bool lowerCas
   return lowerCase ? Text::lower(name) : name;
 }
 
-bool startsWithAny(std::string_view s, std::initializer_list<std::string_view> prefixes) {
-  for (std::string_view p : prefixes)
-    if (s.starts_with(p)) return true;
-  return false;
-}
-
 }  // namespace
 
 std::string_view Session::family() const {
   if (agent == Agent::codex) return "codex";
   if (agent == Agent::cursor) return "cursor";
+  // The executable's own name first: some carry a dot ("io.elementary.terminal").
+  std::optional<Hosts::Kind> kind;
+  if (hostBundle) kind = Hosts::classify(Text::lower(lastPathComponent(*hostBundle)));
   std::string host = hostFileName(hostBundle, true);
-  if (startsWithAny(host,
-                    {"terminal",  "iterm",  "iterm2", "ghostty",    "warp",           "wezterm",
-                     "alacritty", "kitty",  "hyper",  "tabby",      "gnome-terminal", "konsole",
-                     "xterm",     "foot",   "tilix",  "terminator", "xfce4-terminal", "urxvt",
-                     "rxvt",      "ptyxis", "kgx"}))
-    return "terminal";
-  if (startsWithAny(host, {"cursor", "code", "visual studio code", "zed", "windsurf", "xcode",
-                           "intellij", "webstorm", "pycharm", "codium", "sublime_text", "idea",
-                           "clion", "goland", "rider", "phpstorm", "rubymine", "jetbrains"}))
-    return "editor";
+  if (!kind) kind = Hosts::classify(host);
+  if (kind == Hosts::Kind::terminal) return "terminal";
+  if (kind == Hosts::Kind::editor) return "editor";
   if (!host.empty()) return "desktop";
   return stats.entrypoint && *stats.entrypoint == "cli" ? "terminal" : "desktop";
 }
@@ -218,14 +215,16 @@ std::optional<std::string> hostName(const Session& session) {
 
 namespace {
 
-void writePending(JsonWriter& w, const Pending& p, int64_t replyWindowSeconds) {
+void writePending(JsonWriter& w, const Pending& p, size_t waiting, int64_t replyWindowSeconds) {
   w.beginObject()
       .field("id", p.id)
       .field("engaged", p.engaged)
       .field("since", millis(p.since))
-      .field("kind", p.kindName());
+      .field("kind", p.kindName())
+      .field("waiting", static_cast<int64_t>(waiting));
   if (auto* perm = p.as<Pending::Permission>()) {
     w.field("title", perm->title).field("detail", perm->detail).field("tool", perm->tool);
+    if (!perm->always.empty()) w.field("always", perm->always);
   } else if (auto* qs = p.as<Pending::Questions>()) {
     w.key("questions").beginArray();
     for (const Question& q : qs->questions) {
@@ -246,15 +245,13 @@ void writePending(JsonWriter& w, const Pending& p, int64_t replyWindowSeconds) {
   w.endObject();
 }
 
-void writeStats(JsonWriter& w, const Session& s) {
+void writeStats(JsonWriter& w, const Session& s, const ModelCatalog* models) {
   w.beginObject().field("cost", s.stats.cost);
   if (s.stats.model) {
     const std::string& model = *s.stats.model;
-    w.field("model", s.agent == Agent::claude ? Pricing::label(model) : model);
+    w.field("model", models ? models->label(s.agent, model) : model);
     int64_t window = s.stats.contextWindow;
-    if (window <= 0) {
-      if (auto rate = Pricing::rate(model); rate && rate->window > 0) window = rate->window;
-    }
+    if (window <= 0 && models) window = models->contextWindow(model);
     if (s.stats.contextTokens > 0 && window > 0) {
       w.field("context", static_cast<double>(s.stats.contextTokens) / static_cast<double>(window));
       w.field("contextTokens", s.stats.contextTokens);
@@ -269,8 +266,8 @@ void writeStats(JsonWriter& w, const Session& s) {
 
 }  // namespace
 
-void Session::write(JsonWriter& w, Date now, int64_t replyWindowSeconds,
-                    const PullRequest* pr) const {
+void Session::write(JsonWriter& w, Date now, int64_t replyWindowSeconds, const PullRequest* pr,
+                    const ModelCatalog* models) const {
   w.beginObject()
       .field("id", id)
       .field("agent", Agents::raw(agent))
@@ -312,10 +309,10 @@ void Session::write(JsonWriter& w, Date now, int64_t replyWindowSeconds,
   if (auto host = Jump::hostName(*this)) w.field("host", *host);
   w.field("family", family()).field("pose", pose(now));
   w.key("stats");
-  writeStats(w, *this);
+  writeStats(w, *this, models);
   if (pending) {
     w.key("pending");
-    writePending(w, *pending, replyWindowSeconds);
+    writePending(w, *pending, queued.size(), replyWindowSeconds);
   }
   if (pr) {
     w.key("pr")
@@ -330,8 +327,8 @@ void Session::write(JsonWriter& w, Date now, int64_t replyWindowSeconds,
   w.endObject();
 }
 
-Json Session::json(Date now, int64_t replyWindowSeconds) const {
+Json Session::json(Date now, int64_t replyWindowSeconds, const ModelCatalog* models) const {
   JsonWriter w;
-  write(w, now, replyWindowSeconds, nullptr);
+  write(w, now, replyWindowSeconds, nullptr, models);
   return Json::parse(w.text());
 }

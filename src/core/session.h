@@ -12,6 +12,7 @@
 #include "core/json.h"
 
 class JsonWriter;
+class ModelCatalog;
 struct PullRequest;
 
 // Seconds since 1970, as the loop's wall clock reports it.
@@ -68,6 +69,10 @@ struct Pending {
     std::string title;
     std::string detail;
     std::string tool;
+    // A standing rule the agent offers to remember ("always allow"): its words, and the rule as
+    // the agent wrote it, returned unchanged with the decision. Empty when none is offered.
+    std::string always = {};
+    Json rule = nullptr;
   };
   struct Questions {
     std::vector<Question> questions;
@@ -123,7 +128,11 @@ struct Session {
   std::string title;
   std::string activity;
   Mood mood = Mood::idle;
+  // The open request shown to the user, and those of the same session that arrived while it
+  // was open (parallel subagents share a session), oldest first. `queued` is empty whenever
+  // `pending` is.
   std::optional<Pending> pending;
+  std::vector<Pending> queued;
   std::vector<ToolLine> tools;
   std::vector<ToolTally> tally;
   int64_t turnCalls = 0;
@@ -138,6 +147,14 @@ struct Session {
   std::optional<std::string> hostBundle;
   std::optional<std::string> tty;
   std::optional<int32_t> agentPid;
+  // When the agent's process started, read while it ran: only a process known to have been the
+  // agent can tell, by its end, that the session is over.
+  std::optional<uint64_t> agentStarted;
+  // Events of this session arrive through the agent's hooks (besides any log it writes).
+  bool hooked = false;
+
+  // The open request with this id, shown or queued.
+  const Pending* request(const std::string& requestId) const;
 
   // A tool call began: it becomes the only running line; at most four lines are kept.
   void pushTool(std::string label);
@@ -159,9 +176,10 @@ struct Session {
   static std::string projectRoot(const std::string& path, const std::string& home);
 
   // The session object sent to the page, with the pull request of its project when known.
-  void write(JsonWriter& w, Date now, int64_t replyWindowSeconds,
-             const PullRequest* pr = nullptr) const;
-  Json json(Date now, int64_t replyWindowSeconds) const;
+  // Without a model catalog the model id is shown as it is.
+  void write(JsonWriter& w, Date now, int64_t replyWindowSeconds, const PullRequest* pr = nullptr,
+             const ModelCatalog* models = nullptr) const;
+  Json json(Date now, int64_t replyWindowSeconds, const ModelCatalog* models = nullptr) const;
 };
 
 // Milliseconds since 1970, as the page receives times.

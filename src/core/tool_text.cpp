@@ -66,7 +66,48 @@ std::string firstPresent(const Json& input, std::initializer_list<std::string_vi
   return {};
 }
 
+struct Alias {
+  std::string_view name;
+  std::string_view claude;
+};
+
+// Other agents' names for Claude Code's tools: Gemini CLI, droid, OpenCode and Copilot CLI.
+constexpr Alias kAliases[] = {
+    {"run_shell_command", "Bash"},
+    {"Execute", "Bash"},
+    {"bash", "Bash"},
+    {"read_file", "Read"},
+    {"read_many_files", "Read"},
+    {"read", "Read"},
+    {"view", "Read"},
+    {"write_file", "Write"},
+    {"Create", "Write"},
+    {"write", "Write"},
+    {"create", "Write"},
+    {"replace", "Edit"},
+    {"ApplyPatch", "Edit"},
+    {"edit", "Edit"},
+    {"patch", "Edit"},
+    {"glob", "Glob"},
+    {"search_file_content", "Grep"},
+    {"grep", "Grep"},
+    {"list_directory", "LS"},
+    {"list", "LS"},
+    {"web_fetch", "WebFetch"},
+    {"FetchUrl", "WebFetch"},
+    {"webfetch", "WebFetch"},
+    {"google_web_search", "WebSearch"},
+    {"task", "Task"},
+    {"todowrite", "TodoWrite"},
+};
+
 }  // namespace
+
+std::string_view canonical(std::string_view tool) {
+  for (const Alias& a : kAliases)
+    if (a.name == tool) return a.claude;
+  return tool;
+}
 
 std::string shorten(std::string_view text, size_t limit) {
   assert(limit >= 1);
@@ -78,7 +119,8 @@ std::string shorten(std::string_view text, size_t limit) {
 }
 
 std::string file(const Json& input) {
-  std::string path = firstPresent(input, {"file_path", "notebook_path", "path"});
+  std::string path =
+      firstPresent(input, {"file_path", "filePath", "notebook_path", "absolute_path", "path"});
   if (path.empty()) return path;
   const size_t last = path.find_last_not_of('/');
   if (last == std::string::npos) return "/";  // only slashes: the root
@@ -88,6 +130,7 @@ std::string file(const Json& input) {
 }
 
 std::string activity(std::string_view tool, const Json& input) {
+  tool = canonical(tool);
   if (tool == "Bash") return "Running " + shorten(str(input, "command"), 48);
   if (isAny(tool, {"Edit", "MultiEdit", "NotebookEdit"})) return "Editing " + file(input);
   if (tool == "Write") return "Writing " + file(input);
@@ -111,6 +154,7 @@ std::string activity(std::string_view tool, const Json& input) {
 }
 
 std::string detail(std::string_view tool, const Json& input) {
+  tool = canonical(tool);
   if (tool == "Bash") return shorten(str(input, "command"), 40);
   if (isAny(tool, {"Read", "Edit", "MultiEdit", "Write", "NotebookEdit"})) return file(input);
   if (isAny(tool, {"Grep", "Glob"})) return shorten(str(input, "pattern"), 32);
@@ -122,6 +166,7 @@ std::string detail(std::string_view tool, const Json& input) {
 }
 
 std::string_view kind(std::string_view tool, const Json& /*input*/) {
+  tool = canonical(tool);
   if (isAny(tool, {"Read", "Grep", "Glob", "WebFetch", "WebSearch", "LS"})) return "research";
   if (isAny(tool, {"Edit", "MultiEdit", "Write", "NotebookEdit"})) return "write";
   if (tool == "Bash") return "review";
@@ -131,6 +176,7 @@ std::string_view kind(std::string_view tool, const Json& /*input*/) {
 }
 
 std::pair<std::string, std::string> permission(std::string_view tool, const Json& input) {
+  tool = canonical(tool);
   if (tool == "Bash") return {"Wants to run", str(input, "command")};
   if (isAny(tool, {"Edit", "MultiEdit", "NotebookEdit"})) {
     return {"Edit " + file(input) + "?", firstPresent(input, {"file_path", "notebook_path"})};

@@ -14,7 +14,12 @@ namespace ToolText {
 
 // The first non-empty line, trimmed, cut to at most `limit` characters with "…". limit >= 1.
 std::string shorten(std::string_view text, size_t limit);
-// The last path component of "file_path", "notebook_path" or "path" (first present).
+// The Claude Code name of another agent's tool ("run_shell_command", "Execute" and "bash" are
+// all "Bash"), so that every agent's calls get the same words, kinds and phases; any other name
+// as it is. All functions below take either name.
+std::string_view canonical(std::string_view tool);
+// The last path component of "file_path", "filePath", "notebook_path", "absolute_path" or
+// "path" (first present).
 std::string file(const Json& input);
 std::string activity(std::string_view tool, const Json& input);
 std::string detail(std::string_view tool, const Json& input);

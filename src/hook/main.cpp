@@ -35,11 +35,12 @@ namespace {
 using Json = nlohmann::json;
 
 constexpr std::string_view kUsage =
-    "usage: vantler-hook <agent>\n"
+    "usage: vantler-hook <agent> [<event>]\n"
     "\n"
     "Run by an AI coding agent's hook: reads the hook's JSON payload on standard input, sends\n"
     "it to the Vantler app, and prints the app's answer, if any, on standard output.\n"
-    "<agent> is the agent's name: claude, cursor, gemini, droid, opencode, copilot, windsurf.\n"
+    "<agent> is the agent's name: claude, codex, cursor, gemini, droid, opencode, copilot,\n"
+    "windsurf. <event> names the hook event for agents whose payloads do not (Copilot CLI).\n"
     "\n"
     "  --version  print the version\n"
     "  --help     print this help\n";
@@ -180,6 +181,8 @@ int main(int argc, char** argv) {
   }
 
   payload["_agent"] = agent;
+  // The event named on the command line, unless the payload names its own.
+  if (argc > 2 && !payload.contains("hook_event_name")) payload["hook_event_name"] = argv[2];
   addSurroundings(payload);
   std::string line = payload.dump(-1, ' ', false, Json::error_handler_t::replace);
   line += '\n';

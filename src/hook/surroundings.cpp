@@ -8,10 +8,13 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
 #include <vector>
+
+#include "core/hosts.h"
 
 namespace Surroundings {
 namespace {
@@ -20,63 +23,12 @@ namespace {
 constexpr int kMaxWrappers = 8;
 constexpr int kMaxAncestors = 64;
 
-// Executable names, compared with the last component of /proc/<pid>/exe.
-constexpr std::array<std::string_view, 43> kTerminals = {"gnome-terminal",
-                                                         "gnome-terminal-server",
-                                                         "konsole",
-                                                         "xterm",
-                                                         "uxterm",
-                                                         "foot",
-                                                         "tilix",
-                                                         "terminator",
-                                                         "xfce4-terminal",
-                                                         "urxvt",
-                                                         "urxvtd",
-                                                         "rxvt",
-                                                         "rxvt-unicode",
-                                                         "urxvt256c",
-                                                         "kitty",
-                                                         "alacritty",
-                                                         "wezterm",
-                                                         "wezterm-gui",
-                                                         "ghostty",
-                                                         "st",
-                                                         "lxterminal",
-                                                         "mate-terminal",
-                                                         "qterminal",
-                                                         "terminology",
-                                                         "sakura",
-                                                         "guake",
-                                                         "tilda",
-                                                         "yakuake",
-                                                         "kgx",
-                                                         "ptyxis",
-                                                         "cool-retro-term",
-                                                         "deepin-terminal",
-                                                         "contour",
-                                                         "rio",
-                                                         "warp",
-                                                         "warp-terminal",
-                                                         "tabby",
-                                                         "hyper",
-                                                         "blackbox",
-                                                         "wayst",
-                                                         "io.elementary.terminal",
-                                                         "termite",
-                                                         "eterm"};
-constexpr std::array<std::string_view, 30> kEditors = {
-    "code",     "code-oss",  "code-insiders", "codium",   "vscodium",     "cursor",
-    "windsurf", "zed",       "zed-editor",    "zeditor",  "sublime_text", "idea",
-    "idea64",   "pycharm",   "pycharm64",     "webstorm", "webstorm64",   "clion",
-    "clion64",  "goland",    "goland64",      "phpstorm", "rubymine",     "rider",
-    "datagrip", "dataspell", "rustrover",     "aqua",     "studio",       "fleet"};
-// Multiplexers and remote logins own the agent's terminal; a window above them (if any) is not
-// where the agent is shown, so the walk stops there.
-constexpr std::array<std::string_view, 9> kStops = {
-    "tmux", "screen",      "zellij",  "wezterm-mux-server", "abduco", "dtach",
-    "sshd", "mosh-server", "dropbear"};
+// Programs that stand between an agent and its hook without being either: shells running a
+// command string or a script, and launchers that keep running above the command they start.
 constexpr std::array<std::string_view, 8> kShells = {"sh",  "bash", "dash", "zsh",
                                                      "ksh", "mksh", "fish", "busybox"};
+constexpr std::array<std::string_view, 9> kLaunchers = {
+    "env", "timeout", "nice", "nohup", "stdbuf", "ionice", "setsid", "time", "chrt"};
 
 template <size_t N>
 bool listed(const std::array<std::string_view, N>& names, std::string_view name) {
@@ -162,22 +114,36 @@ Process readStat(pid_t pid) {
   return p;
 }
 
-// A shell running a command string ("sh -c '...'", "bash -lc ..."), as agents and our installed
-// hook commands use to start the hook.
-bool isWrapperShell(pid_t pid) {
-  if (!listed(kShells, baseName(linkTarget(procPath(pid, "exe"))))) return false;
-  std::vector<std::string> args = commandLine(pid);
-  for (size_t i = 1; i < args.size(); ++i) {
-    std::string_view a = args[i];
-    if (a.starts_with("--")) continue;                       // long options such as --norc
-    if (a == "-o" || a == "+o" || a == "-O" || a == "+O") {  // options taking a value
-      ++i;
-      continue;
+// A process between the agent and the hook: a shell (running "sh -c ...", a hook script, or a
+// script that runs the hook), or a launcher such as env, timeout or nice. Agents themselves
+// are never shells, so no shell is taken for the agent.
+bool isWrapper(pid_t pid) {
+  const std::string exe = linkTarget(procPath(pid, "exe"));
+  return listed(kShells, baseName(exe)) || listed(kLaunchers, baseName(exe));
+}
+
+// The JetBrains product a Java process runs, from its launcher's arguments: "PyCharm" for
+// -Didea.paths.selector=PyCharm2024.1; "JetBrains" for another IntelliJ-based one; empty
+// for any other Java program.
+std::string jetBrainsProduct(pid_t pid) {
+  bool intellij = false;
+  std::string product;
+  for (const std::string& arg : commandLine(pid)) {
+    constexpr std::string_view kSelector = "-Didea.paths.selector=";
+    if (arg.starts_with(kSelector)) {
+      intellij = true;
+      for (char c : std::string_view(arg).substr(kSelector.size())) {
+        if (!std::isalpha(static_cast<unsigned char>(c))) break;
+        product += c;
+      }
+    } else if (arg.find("com.intellij.") != std::string::npos) {
+      intellij = true;
     }
-    if (a.size() < 2 || (a[0] != '-' && a[0] != '+')) break;  // the first operand ends them
-    if (a[0] == '-' && a.find('c') != std::string_view::npos) return true;
   }
-  return false;
+  if (!intellij) return {};
+  std::string lowered;
+  for (char c : product) lowered += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return Hosts::classify(lowered) == Hosts::Kind::editor ? product : "JetBrains";
 }
 
 enum class Role { kOther, kHost, kStop };
@@ -185,31 +151,27 @@ enum class Role { kOther, kHost, kStop };
 // Decides what the process with executable `exe` is; for a host, sets `bundle`.
 Role classify(pid_t pid, const std::string& exe, std::string& bundle) {
   std::string_view name = baseName(exe);
-  if (listed(kTerminals, name) || listed(kEditors, name)) {
+  if (const Hosts::Host* host = Hosts::find(name)) {
+    if (host->kind == Hosts::Kind::stop) return Role::kStop;
     bundle = exe;
     return Role::kHost;
   }
-  if (listed(kStops, name)) return Role::kStop;
   if (name.starts_with("python")) {
     // Terminals written in Python (terminator, guake): the script names the program.
     std::vector<std::string> args = commandLine(pid);
     for (size_t i = 1; i < args.size(); ++i) {
       if (args[i].starts_with("-")) continue;
-      if (listed(kTerminals, baseName(args[i]))) {
+      const Hosts::Host* host = Hosts::find(baseName(args[i]));
+      if (host && host->kind == Hosts::Kind::terminal) {
         bundle = args[i];
         return Role::kHost;
       }
       break;
     }
   } else if (name == "java") {
-    // JetBrains IDEs started through their shell scripts run on the bundled Java.
-    for (const std::string& arg : commandLine(pid)) {
-      if (arg.find("com.intellij.") != std::string::npos ||
-          arg.starts_with("-Didea.paths.selector")) {
-        bundle = exe;
-        return Role::kHost;
-      }
-    }
+    // JetBrains IDEs started through their launcher scripts run on the bundled Java.
+    bundle = jetBrainsProduct(pid);
+    if (!bundle.empty()) return Role::kHost;
   }
   return Role::kOther;
 }
@@ -255,8 +217,7 @@ Found discover(pid_t parent) {
 
   pid_t agent = parent;
   Process agentStat = readStat(agent);
-  for (int i = 0; i < kMaxWrappers && agentStat.ok && agentStat.ppid > 1 && isWrapperShell(agent);
-       ++i) {
+  for (int i = 0; i < kMaxWrappers && agentStat.ok && agentStat.ppid > 1 && isWrapper(agent); ++i) {
     agent = agentStat.ppid;
     agentStat = readStat(agent);
   }

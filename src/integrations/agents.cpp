@@ -12,8 +12,9 @@ bool claudeAvailable() {
 }
 
 [[noreturn]] void unknown(std::string_view agent) {
-  throw InstallError("unknown agent \"" + std::string(agent) +
-                     "\" (known: claude, cursor, gemini, droid, copilot, windsurf, opencode)");
+  throw InstallError(
+      "unknown agent \"" + std::string(agent) +
+      "\" (known: claude, cursor, gemini, droid, copilot, windsurf, opencode, codex)");
 }
 
 // Switches an agent on or off for the settings panel; errors become the handler's message.
@@ -42,8 +43,8 @@ std::vector<AgentRow> table() {
   rows.push_back({"cursor", "Cursor", CursorHooks::available(), CursorHooks::isInstalled(),
                   CursorHooks::path()});
   for (Integration i : kAll)
-    rows.push_back(
-        {std::string(id(i)), std::string(label(i)), available(i), isInstalled(i), path(i)});
+    rows.push_back({std::string(id(i)), std::string(label(i)), available(i), isInstalled(i),
+                    path(i), std::string(note(i))});
   return rows;
 }
 

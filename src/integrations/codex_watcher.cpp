@@ -61,15 +61,17 @@ std::string withoutBold(std::string text) {
   return text;
 }
 
-// A command item's command line: a string, or an argument vector joined with spaces.
+// A command item's command line: a string, or an argument vector (recent versions). A vector
+// that runs a shell on a command string ("bash", "-lc", "cargo test") shows that string;
+// others are joined with spaces.
 std::string commandLine(const Json& item) {
   if (JsonField::hasString(item, "command")) return str(item, "command");
+  std::vector<std::string> args;
+  for (const Json& arg : JsonField::array(item, "command"))
+    if (arg.is_string()) args.push_back(arg.get<std::string>());
+  if (args.size() == 3 && (args[1] == "-c" || args[1] == "-lc")) return args[2];
   std::string line;
-  for (const Json& arg : JsonField::array(item, "command")) {
-    if (!arg.is_string()) continue;
-    if (!line.empty()) line += ' ';
-    line += arg.get_ref<const std::string&>();
-  }
+  for (const std::string& arg : args) line += (line.empty() ? "" : " ") + arg;
   return line;
 }
 
@@ -85,6 +87,8 @@ void applyItem(Session& s, const Json& item, Date date) {
     const Json* content = JsonField::find(item, "content");
     if (auto text = content ? CodexWatcher::userText(*content) : std::nullopt)
       s.title = ToolText::headline(*text);
+  } else if (s.hooked && (type == "CommandExecution" || type == "McpToolCall")) {
+    // Codex's hooks told of this call as it began and ended: counted once, there.
   } else if (type == "CommandExecution") {
     const std::string command = commandLine(item);
     s.pushTool("Running " + ToolText::shorten(command, 48));

@@ -14,9 +14,16 @@ namespace {
 // PermissionRequest waits for the user's decision in the panel: a day, so Claude Code never
 // gives up on it first.
 constexpr ConfigFile::GroupEvent kEvents[] = {
-    {"SessionStart", false, {}}, {"SessionEnd", false, {}}, {"UserPromptSubmit", false, {}},
-    {"PreToolUse", true, {}},    {"PostToolUse", true, {}}, {"PermissionRequest", true, 86400},
-    {"Notification", true, {}},  {"Stop", false, {}},       {"SubagentStop", false, {}},
+    {"SessionStart", false, {}},
+    {"SessionEnd", false, {}},
+    {"UserPromptSubmit", false, {}},
+    {"PreToolUse", true, {}},
+    {"PostToolUse", true, {}},
+    {"PostToolUseFailure", true, {}},  // a failed tool shows as failed only with this one
+    {"PermissionRequest", true, 86400},
+    {"Notification", true, {}},
+    {"Stop", false, {}},
+    {"SubagentStop", false, {}},
     {"PreCompact", false, {}},
 };
 

@@ -105,7 +105,7 @@ Json makeGroup(const std::string& command, bool matcher, std::optional<int64_t> 
 
 }  // namespace ConfigFile
 
-// Claude Code: ten hook events in ~/.claude/settings.json, and the hook executable copied to
+// Claude Code: eleven hook events in ~/.claude/settings.json, and the hook executable copied to
 // ~/.vantler/bin/vantler-hook (shared by every agent).
 namespace HookInstaller {
 
@@ -154,22 +154,25 @@ void uninstall();
 }  // namespace CursorHooks
 
 // The further agents that report through the same hook executable.
-enum class Integration { gemini, droid, copilot, windsurf, opencode };
+enum class Integration { gemini, droid, copilot, windsurf, opencode, codex };
 
 namespace Integrations {
 
 // In the order the settings show them.
-inline constexpr std::array<Integration, 5> kAll = {Integration::gemini, Integration::droid,
-                                                    Integration::copilot, Integration::windsurf,
-                                                    Integration::opencode};
+inline constexpr std::array<Integration, 6> kAll = {Integration::gemini,   Integration::droid,
+                                                    Integration::copilot,  Integration::windsurf,
+                                                    Integration::opencode, Integration::codex};
 
 std::string_view id(Integration integration);     // "gemini", "droid", ...
 std::string_view label(Integration integration);  // "Gemini CLI", "Droid", ...
 std::optional<Integration> fromId(std::string_view id);
 // The configuration file Vantler edits (or owns) for the agent.
 std::string path(Integration integration);
-// The hook command for the agent.
-std::string command(Integration integration);
+// The hook command for the agent. Copilot CLI's payloads do not name their event, so its
+// command names it (`event`) for the hook executable.
+std::string command(Integration integration, std::string_view event = {});
+// What the user must know after connecting the agent; empty when nothing.
+std::string_view note(Integration integration);
 bool available(Integration integration);
 // Read from the agent's file: an entry of ours is there (or our own file is).
 bool isInstalled(Integration integration);
@@ -189,8 +192,9 @@ struct AgentRow {
   std::string id, label;
   bool available = false, connected = false;
   std::string configPath;
+  std::string note = {};  // see note()
 };
-// Rows for "claude", "cursor", "gemini", "droid", "copilot", "windsurf", "opencode".
+// Rows for "claude", "cursor", "gemini", "droid", "copilot", "windsurf", "opencode", "codex".
 std::vector<AgentRow> table();
 // Installs (connect) or removes (disconnect) the hooks of the agent with that id. connect
 // refuses an agent that is not on this machine (Claude Code is always accepted). Throws

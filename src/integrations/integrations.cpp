@@ -1,4 +1,4 @@
-// Gemini CLI, Factory droid, Copilot CLI, Windsurf and OpenCode.
+// Gemini CLI, Factory droid, Copilot CLI, Windsurf, OpenCode and Codex.
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -23,6 +23,17 @@ constexpr ConfigFile::GroupEvent kDroidEvents[] = {
     {"SessionStart", false, {}}, {"SessionEnd", false, {}}, {"UserPromptSubmit", false, {}},
     {"PreToolUse", true, {}},    {"PostToolUse", true, {}}, {"Notification", true, {}},
     {"Stop", false, 70},
+};
+// Codex runs hooks shaped like Claude Code's. A permission request waits for the user's answer
+// in the panel for up to a day.
+constexpr ConfigFile::GroupEvent kCodexEvents[] = {
+    {"SessionStart", false, {}},
+    {"SessionEnd", false, {}},
+    {"UserPromptSubmit", false, {}},
+    {"PreToolUse", true, {}},
+    {"PermissionRequest", true, 86400},
+    {"PostToolUse", true, {}},
+    {"Stop", false, {}},
 };
 constexpr const char* kWindsurfEvents[] = {
     "pre_user_prompt",   "pre_read_code",         "post_read_code",   "pre_write_code",
@@ -97,6 +108,8 @@ std::string_view id(Integration integration) {
       return "windsurf";
     case Integration::opencode:
       return "opencode";
+    case Integration::codex:
+      return "codex";
   }
   return {};
 }
@@ -113,6 +126,8 @@ std::string_view label(Integration integration) {
       return "Windsurf";
     case Integration::opencode:
       return "OpenCode";
+    case Integration::codex:
+      return "Codex";
   }
   return {};
 }
@@ -137,13 +152,24 @@ std::string path(Integration integration) {
       return home("/.codeium/windsurf/hooks.json");
     case Integration::opencode:
       return Files::configHome() + "/opencode/plugin/vantler.js";
+    case Integration::codex:
+      return home("/.codex/hooks.json");
   }
   return {};
 }
 
-std::string command(Integration integration) {
+std::string command(Integration integration, std::string_view event) {
+  std::string args(id(integration));
+  if (!event.empty()) args += " " + std::string(event);
   return R"(/bin/sh -c '[ -x "$HOME/.vantler/bin/vantler-hook" ] && "$HOME/.vantler/bin/vantler-hook" )" +
-         std::string(id(integration)) + "; exit 0'";
+         args + "; exit 0'";
+}
+
+std::string_view note(Integration integration) {
+  if (integration == Integration::codex)
+    return "Codex asks once, on its next start, to review and trust new hooks (\"Hooks need "
+           "review\"); until then it runs without them and Vantler follows its logs.";
+  return {};
 }
 
 bool onPath(std::string_view name) {
@@ -175,6 +201,8 @@ bool available(Integration integration) {
       return onPath("windsurf") || Files::exists(home("/.codeium/windsurf"));
     case Integration::opencode:
       return Files::exists(Files::configHome() + "/opencode") || Files::exists(home("/.opencode"));
+    case Integration::codex:
+      return onPath("codex") || Files::exists(home("/.codex"));
   }
   return false;
 }
@@ -182,6 +210,7 @@ bool available(Integration integration) {
 bool isInstalled(Integration integration) {
   switch (integration) {
     case Integration::gemini:
+    case Integration::codex:
       return groupedInstalled(path(integration));
     case Integration::droid:
       for (const std::string& file : droidFiles())
@@ -209,6 +238,9 @@ void install(Integration integration) {
     case Integration::gemini:
       installGrouped(integration, kGeminiEvents);
       break;
+    case Integration::codex:
+      installGrouped(integration, kCodexEvents);
+      break;
     case Integration::droid:
       installGrouped(integration, kDroidEvents);
       for (const std::string& other : droidFiles()) {
@@ -233,7 +265,7 @@ void install(Integration integration) {
       Json hooks = Json::object();
       for (const char* event : kCopilotEvents)
         hooks[event] = Json::array(
-            {{{"type", "command"}, {"bash", command(integration)}, {"timeoutSec", 10}}});
+            {{{"type", "command"}, {"bash", command(integration, event)}, {"timeoutSec", 10}}});
       ConfigFile::write(file, ConfigFile::serialise({{"version", 1}, {"hooks", hooks}}));
       break;
     }
@@ -246,6 +278,7 @@ void install(Integration integration) {
 void uninstall(Integration integration) {
   switch (integration) {
     case Integration::gemini:
+    case Integration::codex:
       uninstallGrouped(path(integration));
       break;
     case Integration::droid:

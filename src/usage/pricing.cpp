@@ -106,3 +106,12 @@ std::string label(std::string_view model) {
 }
 
 }  // namespace Pricing
+
+std::string PricingCatalog::label(Agent agent, const std::string& model) const {
+  return agent == Agent::claude ? Pricing::label(model) : model;
+}
+
+int64_t PricingCatalog::contextWindow(const std::string& model) const {
+  auto rate = Pricing::rate(model);
+  return rate ? rate->window : 0;
+}

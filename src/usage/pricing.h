@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "core/json.h"
+#include "core/ports.h"
 
 namespace Pricing {
 
@@ -24,3 +25,10 @@ double cost(std::string_view model, const Json& usage);
 std::string label(std::string_view model);
 
 }  // namespace Pricing
+
+// The price table as the hub's model catalog: Claude models get their short labels.
+class PricingCatalog final : public ModelCatalog {
+ public:
+  std::string label(Agent agent, const std::string& model) const override;
+  int64_t contextWindow(const std::string& model) const override;
+};

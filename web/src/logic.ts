@@ -1,6 +1,6 @@
 // Pure helpers behind what the panel shows: times, money, the resting strip's
 // summary, answers to questions, keyboard selection and hot-key combinations.
-import type { Question, ReplyPending, Session, Snapshot, Pose } from './types';
+import type { Command, Pending, Question, ReplyPending, Session, Snapshot, Pose } from './types';
 
 export const AGENTS: Record<string, { label: string; mark: string }> = {
   claude: { label: 'Claude Code', mark: 'CC' },
@@ -102,6 +102,19 @@ export function buildAnswers(questions: Question[], chosen: number[][]): string[
     const picked = new Set(chosen[i] ?? []);
     return q.options.filter((_, j) => picked.has(j)).map((o) => o.label).join(', ');
   });
+}
+
+/** "1 of 3" while more requests of the session wait behind the shown one. */
+export function requestCount(p: Pending): string | null {
+  return p.waiting > 0 ? `1 of ${p.waiting + 1}` : null;
+}
+
+/**
+ * A decision on the shown request. It names the request as well as the session,
+ * so a click that crosses the arrival of the next request answers nothing.
+ */
+export function decision(s: Session, p: Pending, type: 'allow' | 'deny' | 'answer', extra: Record<string, unknown> = {}): Command {
+  return { type, id: s.id, request: p.id, ...extra };
 }
 
 /** Toggle option `j` of a question: a single-choice question keeps only the last pick. */

@@ -1,7 +1,7 @@
 // Incoming messages are loosely typed JSON: a missing or mistyped key reads as
 // its default. These readers turn a raw "state" message into a `Snapshot`.
 import type {
-  Choice, Geo, Integration, Mood, Pending, Pose, PullRequest, Question, Session, Settings,
+  Choice, Geo, Integration, Mood, Pending, PermissionPending, Pose, PullRequest, Question, Session, Settings,
   Snapshot, Stats, Tally, ToolLine, Usage, Talk, TalkState,
 } from './types';
 
@@ -52,10 +52,14 @@ function question(v: unknown): Question {
 export function pending(v: unknown): Pending | undefined {
   if (!v || typeof v !== 'object') return undefined;
   const r = obj(v);
-  const base = { id: str(r.id), engaged: bool(r.engaged), since: num(r.since) };
+  const base = { id: str(r.id), engaged: bool(r.engaged), since: num(r.since), waiting: Math.max(0, num(r.waiting)) };
   switch (r.kind) {
-    case 'permission':
-      return { ...base, kind: 'permission', title: str(r.title), detail: str(r.detail), tool: str(r.tool) };
+    case 'permission': {
+      const p: PermissionPending = { ...base, kind: 'permission', title: str(r.title), detail: str(r.detail), tool: str(r.tool) };
+      const always = optStr(r.always);
+      if (always) p.always = always;
+      return p;
+    }
     case 'questions':
       return { ...base, kind: 'questions', questions: arr(r.questions).map(question) };
     case 'reply':

@@ -22,8 +22,13 @@ export interface Stats {
 export interface Choice { label: string; detail: string }
 export interface Question { header: string; text: string; multi: boolean; options: Choice[] }
 
-interface PendingBase { id: string; engaged: boolean; since: number }
-export interface PermissionPending extends PendingBase { kind: 'permission'; title: string; detail: string; tool: string }
+/** `waiting`: how many more requests of the same session are queued behind this one
+ * (parallel subagents share a session); they are shown in turn once this one is settled. */
+interface PendingBase { id: string; engaged: boolean; since: number; waiting: number }
+/** `always`: the label of an "always allow" choice, when the agent offers a standing rule. */
+export interface PermissionPending extends PendingBase {
+  kind: 'permission'; title: string; detail: string; tool: string; always?: string;
+}
 export interface QuestionsPending extends PendingBase { kind: 'questions'; questions: Question[] }
 export interface ReplyPending extends PendingBase { kind: 'reply'; message: string; expires: number; window: number }
 export interface ElsewherePending extends PendingBase { kind: 'elsewhere'; title: string }

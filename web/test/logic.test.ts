@@ -1,11 +1,11 @@
 import { describe, expect, it } from 'vitest';
 import { demoSnapshot } from '../src/fixtures';
 import {
-  allAnswered, buildAnswers, comboFromKey, comboLabel, comboText, formatCost, formatDuration, moveSelection,
-  packCombo, replyLeft, restSummary, toggleChoice, turnTime, unpackCombo,
+  allAnswered, buildAnswers, comboFromKey, comboLabel, comboText, decision, formatCost, formatDuration,
+  moveSelection, packCombo, replyLeft, requestCount, restSummary, toggleChoice, turnTime, unpackCombo,
 } from '../src/logic';
 import { normalizeSnapshot, pending, session } from '../src/normalize';
-import type { Question, ReplyPending } from '../src/types';
+import type { PermissionPending, Question, ReplyPending } from '../src/types';
 
 const NOW = 1_800_000_000_000;
 
@@ -104,5 +104,24 @@ describe('hot keys', () => {
     expect(comboText(packCombo(c), fallback)).toBe('⌃⌥⇧T');
     expect(comboText({ code: 1, mods: 0x100 }, fallback)).toBe('⌘S');
     expect(comboText(null, fallback)).toBe('⌃⌥R');
+  });
+});
+
+describe('requests of one session in turn', () => {
+  it('shows the position while others wait and names the request it answers', () => {
+    // Two subagents asked at once: the first is shown with one behind it, then the second alone.
+    const first = session({ id: 'claude:a', pending: { kind: 'permission', id: 'claude:a:t1', waiting: 1, always: 'Always allow `npm test`' } });
+    const p = first.pending as PermissionPending;
+    expect(requestCount(p)).toBe('1 of 2');
+    expect(p.always).toBe('Always allow `npm test`');
+    expect(decision(first, p, 'allow', { always: true }))
+      .toEqual({ type: 'allow', id: 'claude:a', request: 'claude:a:t1', always: true });
+
+    const second = session({ id: 'claude:a', pending: { kind: 'permission', id: 'claude:a:t2', waiting: 0, always: '' } });
+    const q = second.pending as PermissionPending;
+    expect(requestCount(q)).toBeNull();
+    expect(q.always).toBeUndefined();
+    expect(decision(second, q, 'deny')).toEqual({ type: 'deny', id: 'claude:a', request: 'claude:a:t2' });
+    expect(requestCount(pending({ kind: 'questions', waiting: -4 })!)).toBeNull();
   });
 });

@@ -2,8 +2,8 @@
 // after its turn, or a prompt waiting in the agent's own window.
 import { useEffect, useRef, useState } from 'preact/hooks';
 import { post } from '../bridge';
-import { allAnswered, buildAnswers, formatDuration, replyLeft, toggleChoice } from '../logic';
-import type { ElsewherePending, PermissionPending, QuestionsPending, ReplyPending, Session, Talk } from '../types';
+import { allAnswered, buildAnswers, decision, formatDuration, replyLeft, requestCount, toggleChoice } from '../logic';
+import type { ElsewherePending, Pending, PermissionPending, QuestionsPending, ReplyPending, Session, Talk } from '../types';
 import { Icon } from './ui';
 
 export function Dismiss({ id }: { id: string }) {
@@ -14,6 +14,12 @@ export function Dismiss({ id }: { id: string }) {
   );
 }
 
+/** "1 of 3" while further requests of the same session wait behind this one. */
+function Count({ p }: { p: Pending }) {
+  const text = requestCount(p);
+  return text ? <span class="chip req-count" aria-label={`Request ${text}`}>{text}</span> : null;
+}
+
 export function PermissionCard({ s, p }: { s: Session; p: PermissionPending }) {
   return (
     <section class="req req-permission" aria-label="Permission request">
@@ -21,12 +27,18 @@ export function PermissionCard({ s, p }: { s: Session; p: PermissionPending }) {
         <span class="req-icon warn"><Icon.shield /></span>
         <h3 class="req-title">{p.title || 'Permission needed'}</h3>
         {p.tool && <span class="chip">{p.tool}</span>}
+        <Count p={p} />
         <Dismiss id={s.id} />
       </header>
       {p.detail && <pre class="mono">{p.detail}</pre>}
       <div class="actions">
-        <button type="button" class="btn btn-allow" data-default onClick={() => post({ type: 'allow', id: s.id })}>Allow</button>
-        <button type="button" class="btn btn-deny" onClick={() => post({ type: 'deny', id: s.id })}>Deny</button>
+        <button type="button" class="btn btn-allow" data-default onClick={() => post(decision(s, p, 'allow'))}>Allow</button>
+        {p.always && (
+          <button type="button" class="btn btn-allow btn-always" onClick={() => post(decision(s, p, 'allow', { always: true }))}>
+            {p.always}
+          </button>
+        )}
+        <button type="button" class="btn btn-deny" onClick={() => post(decision(s, p, 'deny'))}>Deny</button>
         <button type="button" class="btn btn-quiet" onClick={() => post({ type: 'answerThere', id: s.id })}>
           Answer in terminal
         </button>
@@ -39,7 +51,7 @@ export function QuestionsCard({ s, p }: { s: Session; p: QuestionsPending }) {
   const [chosen, setChosen] = useState<number[][]>([]);
   useEffect(() => setChosen([]), [p.id]);
   const single = p.questions.length === 1 && !p.questions[0].multi;
-  const send = (c: number[][]) => post({ type: 'answer', id: s.id, answers: buildAnswers(p.questions, c) });
+  const send = (c: number[][]) => post(decision(s, p, 'answer', { answers: buildAnswers(p.questions, c) }));
   const pick = (i: number, j: number) => {
     const next = p.questions.map((q, k) => (k === i ? toggleChoice(chosen[k] ?? [], j, q.multi) : chosen[k] ?? []));
     if (single) send(next);
@@ -51,6 +63,7 @@ export function QuestionsCard({ s, p }: { s: Session; p: QuestionsPending }) {
       <header class="req-head">
         <span class="req-icon ask"><Icon.ask /></span>
         <h3 class="req-title">{p.questions.length > 1 ? `${p.questions.length} questions` : 'A question'}</h3>
+        <Count p={p} />
         <Dismiss id={s.id} />
       </header>
       {p.questions.map((q, i) => (

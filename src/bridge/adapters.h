@@ -1,0 +1,71 @@
+#pragma once
+// Each agent's hook payloads turned into changes of its session, through the hub's public
+// operations. Claude Code's events are the common vocabulary: the Cursor adapter and the
+// adapter of the other agents translate their payloads and hand them to the Claude Code one.
+// Each `handle` runs on the loop's thread and returns the id of a request the hook must wait
+// on; when it returns nothing, the hook has already had its answer.
+
+#include <deque>
+#include <optional>
+#include <string>
+#include <unordered_map>
+
+#include "core/hub.h"
+#include "core/json.h"
+
+class ClaudeAdapter {
+ public:
+  explicit ClaudeAdapter(Hub& hub) : hub_(hub) {}
+  std::optional<std::string> handle(const Json& payload, Hub::Reply reply);
+  Hub& hub() { return hub_; }
+
+ private:
+  struct Call {
+    std::string id;  // the agent's tool_use_id
+    std::string tool;
+    Json input;
+  };
+  static constexpr size_t kCallsKept = 32;  // per session
+  static constexpr size_t kSessionsKept = 256;
+
+  // The id of the tool call a permission request without one is about: the oldest call of
+  // the session announced with the same tool and input that no open request holds yet.
+  std::string callFor(const Session& session, const std::string& tool, const Json& input);
+
+  Hub& hub_;
+  // Recently announced tool calls per session, newest last.
+  std::unordered_map<std::string, std::deque<Call>> calls_;
+};
+
+class CursorAdapter {
+ public:
+  explicit CursorAdapter(ClaudeAdapter& claude) : claude_(claude) {}
+  std::optional<std::string> handle(const Json& payload, Hub::Reply reply);
+
+ private:
+  ClaudeAdapter& claude_;
+  // The last response text per Cursor conversation, shown when its turn stops.
+  std::unordered_map<std::string, std::string> lastText_;
+};
+
+// Gemini CLI, droid, Windsurf, Copilot CLI and OpenCode.
+class OtherAgentsAdapter {
+ public:
+  explicit OtherAgentsAdapter(ClaudeAdapter& claude) : claude_(claude) {}
+  std::optional<std::string> handle(const Json& payload, Hub::Reply reply);
+
+ private:
+  ClaudeAdapter& claude_;
+};
+
+// Picks the adapter by the payload's "_agent" (Claude Code when absent).
+class Adapters {
+ public:
+  explicit Adapters(Hub& hub) : claude_(hub), cursor_(claude_), others_(claude_) {}
+  std::optional<std::string> handle(const Json& payload, Hub::Reply reply);
+
+ private:
+  ClaudeAdapter claude_;
+  CursorAdapter cursor_;
+  OtherAgentsAdapter others_;
+};
