@@ -9,6 +9,7 @@
 #include <fstream>
 #include <memory>
 
+#include "bridge/linux_bridge.h"
 #include "core/files.h"
 #include "process.h"
 #include "test_support.h"
@@ -274,4 +275,25 @@ TEST_F(Hostile, RacingStartsLeaveExactlyOneOwner) {
   daemon = std::move(newer);
   EXPECT_TRUE(answering());
   EXPECT_TRUE(daemon->running());
+}
+
+// In-process: a bridge that did not make the socket at its path never removes it.
+class BridgeSocket : public HubTest {};
+
+TEST_F(BridgeSocket, LeavesSocketsItDidNotMakeAlone) {
+  Bridge first(*hub, home.path());
+  ASSERT_TRUE(first.start());
+  {
+    Bridge second(*hub, home.path());
+    EXPECT_FALSE(second.start());
+    EXPECT_THAT(second.error(), HasSubstr("another Vantler is listening"));
+  }
+  EXPECT_TRUE(Files::exists(first.path()));
+
+  // Taken over behind its back: stopping leaves the newer socket in place.
+  ::unlink(first.path().c_str());
+  Bridge third(*hub, home.path());
+  ASSERT_TRUE(third.start());
+  first.stop();
+  EXPECT_TRUE(Files::exists(third.path()));
 }

@@ -120,9 +120,31 @@ bool sendBy(int fd, std::string_view data, Clock::time_point deadline) {
   return true;
 }
 
-Read lineBy(int fd, std::string& pending, std::string& line, Clock::time_point deadline) {
-  size_t scanned = 0;
+namespace {
+
+// Appends what the next read brings to `out`, waiting for it until `deadline`: nothing when
+// bytes came, else why none will.
+std::optional<Read> readMore(int fd, std::string& out, Clock::time_point deadline) {
+  char buf[65536];
   for (;;) {
+    ssize_t n = ::read(fd, buf, sizeof buf);
+    if (n > 0) {
+      out.append(buf, static_cast<size_t>(n));
+      return std::nullopt;
+    }
+    if (n == 0) return Read::kClosed;
+    if (errno == EAGAIN || errno == EWOULDBLOCK) {
+      if (!waitFor(fd, POLLIN, deadline)) return Read::kTimeout;
+    } else if (errno != EINTR) {
+      return Read::kClosed;
+    }
+  }
+}
+
+}  // namespace
+
+Read lineBy(int fd, std::string& pending, std::string& line, Clock::time_point deadline) {
+  for (size_t scanned = 0;;) {
     size_t nl = pending.find('\n', scanned);
     if (nl != std::string::npos) {
       line.assign(pending, 0, nl);
@@ -131,34 +153,13 @@ Read lineBy(int fd, std::string& pending, std::string& line, Clock::time_point d
     }
     scanned = pending.size();
     if (pending.size() > kMaxLine) return Read::kClosed;
-    char buf[65536];
-    ssize_t n = ::read(fd, buf, sizeof buf);
-    if (n > 0) {
-      pending.append(buf, static_cast<size_t>(n));
-    } else if (n == 0) {
-      return Read::kClosed;
-    } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
-      if (!waitFor(fd, POLLIN, deadline)) return Read::kTimeout;
-    } else if (errno != EINTR) {
-      return Read::kClosed;
-    }
+    if (auto end = readMore(fd, pending, deadline)) return *end;
   }
 }
 
 Read restBy(int fd, std::string& out, Clock::time_point deadline) {
-  char buf[65536];
-  for (;;) {
-    ssize_t n = ::read(fd, buf, sizeof buf);
-    if (n > 0) {
-      out.append(buf, static_cast<size_t>(n));
-    } else if (n == 0) {
-      return Read::kClosed;
-    } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
-      if (!waitFor(fd, POLLIN, deadline)) return Read::kTimeout;
-    } else if (errno != EINTR) {
-      return Read::kClosed;
-    }
-  }
+  for (;;)
+    if (auto end = readMore(fd, out, deadline)) return *end;
 }
 
 }  // namespace Wire
