@@ -19,6 +19,12 @@ using ::testing::HasSubstr;
 namespace {
 
 const std::string kBin = VANTLER_BINARY_DIR;
+// A sanitizer build keeps freed memory in quarantine, and its own checks open descriptors.
+#ifdef __SANITIZE_ADDRESS__
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
 using Clock = std::chrono::steady_clock;
 
 double secondsSince(Clock::time_point start) {
@@ -177,7 +183,9 @@ TEST_F(Hostile, FloodingClientsCannotDelayTheState) {
               rss / 1024);
   EXPECT_LT(worst, 1.0);
   EXPECT_GE(cut, 1);
-  EXPECT_LT(rss, 200 * 1024);
+  if (!kSanitized) {
+    EXPECT_LT(rss, 200 * 1024);
+  }
   EXPECT_THAT(daemon->err(), HasSubstr("too long a line"));
 }
 
@@ -202,6 +210,7 @@ TEST_F(Hostile, DeeplyNestedJsonHurtsNeitherEnd) {
 }
 
 TEST_F(Hostile, RunningOutOfDescriptorsPausesThenRecovers) {
+  if (kSanitized) GTEST_SKIP() << "the sanitizers' checks fail without free descriptors";
   start("ulimit -n 40; ");
   std::vector<std::unique_ptr<RawClient>> many;
   for (int i = 0; i < 80; ++i) many.push_back(std::make_unique<RawClient>(socket()));
@@ -211,7 +220,7 @@ TEST_F(Hostile, RunningOutOfDescriptorsPausesThenRecovers) {
   std::optional<double> took;
   for (int i = 0; i < 50 && !(took = stateTime()); ++i)
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  ASSERT_TRUE(took);
+  ASSERT_TRUE(took) << daemon->err();
   EXPECT_LT(*took, 1.0);
   auto h = hook("claude", kToolUse.dump());
   EXPECT_EQ(h->wait(5), 0);

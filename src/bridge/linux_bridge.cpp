@@ -153,7 +153,8 @@ void Bridge::stop() {
 }
 
 void Bridge::acceptAll() {
-  for (;;) {
+  // A bounded number per wake-up: a storm of connections cannot keep the loop to itself.
+  for (int i = 0; i < kAcceptsPerWake; ++i) {
     int fd = ::accept4(listenFd_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (fd < 0) {
       if (errno == EINTR || errno == ECONNABORTED) continue;

@@ -19,8 +19,9 @@
 
 class Bridge final : private Router::Transport {
  public:
-  // Bytes read from one connection per wake-up of the loop.
+  // Bytes read from one connection, and connections accepted, per wake-up of the loop.
   static constexpr size_t kReadChunk = 64 * 1024;
+  static constexpr int kAcceptsPerWake = 64;
   // Unsent bytes to a connection that does not read: over this it is closed.
   static constexpr size_t kMaxUnsent = 64u << 20;
   // Pauses of accepting after running out of descriptors, doubling up to the longest.
