@@ -42,6 +42,7 @@ class FakeApp {
  public:
   explicit FakeApp(const fs::path& home) {
     fs::create_directories(home / ".vantler/run");
+    fs::permissions(home / ".vantler/run", fs::perms::owner_all);
     sockaddr_un addr{};
     addr.sun_family = AF_UNIX;
     std::string path = home / ".vantler/run/vantler.sock";

@@ -389,3 +389,18 @@ TEST_F(HubTest, DemoHasEveryMoodAndRequestKind) {
   EXPECT_EQ(kinds, (std::set<std::string>{"permission", "questions", "reply", "elsewhere"}));
   EXPECT_GE(agents.size(), 6u);
 }
+
+TEST_F(HubTest, ManyFinishedSessionsForgetTheOldestFirst) {
+  add("claude:working");
+  add("claude:asking", Mood::done);
+  request("claude:asking", Pending::Reply{"x", hub->now() + 15});
+  for (size_t i = 0; i < Hub::kMaxEnded + 20; ++i) {
+    add("claude:s" + std::to_string(i), Mood::done);
+    loop.advance(0.01);
+  }
+  EXPECT_EQ(hub->sessions().size(), Hub::kMaxEnded + 2);
+  EXPECT_FALSE(hub->find("claude:s19"));
+  EXPECT_TRUE(hub->find("claude:s20"));
+  EXPECT_TRUE(hub->find("claude:working"));
+  EXPECT_TRUE(hub->find("claude:asking"));
+}

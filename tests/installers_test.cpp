@@ -41,29 +41,23 @@ struct Ev {
   bool matcher;
   int timeout;
 };
-const std::vector<Ev> kClaudeEvents = {{"SessionStart", false, 0},
-                                       {"SessionEnd", false, 0},
-                                       {"UserPromptSubmit", false, 0},
-                                       {"PreToolUse", true, 0},
-                                       {"PostToolUse", true, 0},
-                                       {"PostToolUseFailure", true, 0},
-                                       {"PermissionRequest", true, 86400},
-                                       {"Notification", true, 0},
-                                       {"Stop", false, 0},
-                                       {"SubagentStop", false, 0},
-                                       {"PreCompact", false, 0}};
+const std::vector<Ev> kClaudeEvents = {
+    {"SessionStart", false, 10},       {"SessionEnd", false, 10},  {"UserPromptSubmit", false, 10},
+    {"PreToolUse", true, 10},          {"PostToolUse", true, 10},  {"PostToolUseFailure", true, 10},
+    {"PermissionRequest", true, 86400}, {"Notification", true, 10}, {"Stop", false, 600},
+    {"SubagentStop", false, 10},       {"PreCompact", false, 10}};
 const std::vector<Ev> kCodexEvents = {
     {"SessionStart", false, 0}, {"SessionEnd", false, 0},           {"UserPromptSubmit", false, 0},
     {"PreToolUse", true, 0},    {"PermissionRequest", true, 86400}, {"PostToolUse", true, 0},
     {"Stop", false, 0}};
-const std::vector<Ev> kGeminiEvents = {{"SessionStart", false, 0},  {"SessionEnd", false, 0},
-                                       {"BeforeAgent", false, 0},   {"BeforeTool", true, 0},
-                                       {"AfterTool", true, 0},      {"Notification", true, 0},
-                                       {"AfterAgent", false, 70000}};
+const std::vector<Ev> kGeminiEvents = {
+    {"SessionStart", false, 10000}, {"SessionEnd", false, 10000}, {"BeforeAgent", false, 10000},
+    {"BeforeTool", true, 10000},    {"AfterTool", true, 10000},   {"Notification", true, 10000},
+    {"AfterAgent", false, 600000}};
 const std::vector<Ev> kDroidEvents = {
-    {"SessionStart", false, 0}, {"SessionEnd", false, 0}, {"UserPromptSubmit", false, 0},
-    {"PreToolUse", true, 0},    {"PostToolUse", true, 0}, {"Notification", true, 0},
-    {"Stop", false, 70}};
+    {"SessionStart", false, 10}, {"SessionEnd", false, 10}, {"UserPromptSubmit", false, 10},
+    {"PreToolUse", true, 10},    {"PostToolUse", true, 10}, {"Notification", true, 10},
+    {"Stop", false, 600}};
 const std::vector<std::string> kCursorEvents = {
     "sessionStart",        "sessionEnd",        "beforeSubmitPrompt",
     "afterShellExecution", "afterMCPExecution", "afterFileEdit",
@@ -554,7 +548,7 @@ TEST_F(InstallerProperty, RandomSettingsKeepForeignContentAndRoundTrip) {
   for (const Ev& e : kDroidEvents) agents[2].ours[e.name] = group(hookCommand("droid"), e);
   for (const std::string& e : kCursorEvents) {
     agents[3].ours[e] = {{"command", e == "beforeSubmitPrompt" ? kCursorPrompt : kCursorStop}};
-    if (e == "stop") agents[3].ours[e]["timeout"] = 60;
+    agents[3].ours[e]["timeout"] = e == "stop" ? 600 : 10;
   }
   for (const std::string& e : kWindsurfEvents)
     agents[4].ours[e] = {{"command", kWindsurfCommand}, {"show_output", false}};

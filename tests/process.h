@@ -1,17 +1,21 @@
 #pragma once
 // Starting the real executables from tests: a child with its own environment, stdin fed from a
-// string, and stdout/stderr collected.
+// string, and stdout/stderr collected; and raw connections to the daemon's socket.
 
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <cstring>
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -132,4 +136,43 @@ class Process {
   int stdin_ = -1, stdout_ = -1, stderr_ = -1;
   std::string out_, err_;
   std::optional<int> status_;
+};
+
+// A raw connection to the daemon's socket, for what the hook would never send.
+class RawClient {
+ public:
+  explicit RawClient(const std::string& path) {
+    fd_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    std::strncpy(addr.sun_path, path.c_str(), sizeof addr.sun_path - 1);
+    connected_ = ::connect(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0;
+  }
+  ~RawClient() { ::close(fd_); }
+  bool connected() const { return connected_; }
+  int fd() const { return fd_; }
+  bool send(std::string_view bytes) {
+    for (size_t done = 0; done < bytes.size();) {
+      ssize_t n = ::send(fd_, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
+      if (n <= 0) return false;
+      done += static_cast<size_t>(n);
+    }
+    return true;
+  }
+  // Everything until the daemon closes, or nothing if it keeps the connection open.
+  std::optional<std::string> readToClose(int timeoutMs = 5000) {
+    std::string out;
+    char buf[65536];
+    for (;;) {
+      pollfd p{fd_, POLLIN, 0};
+      if (::poll(&p, 1, timeoutMs) != 1) return std::nullopt;
+      ssize_t n = ::read(fd_, buf, sizeof buf);
+      if (n <= 0) return out;
+      out.append(buf, static_cast<size_t>(n));
+    }
+  }
+
+ private:
+  int fd_ = -1;
+  bool connected_ = false;
 };

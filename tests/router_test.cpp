@@ -5,17 +5,23 @@
 #include "bridge/router.h"
 #include "test_support.h"
 
+using ::testing::ElementsAre;
+
 namespace {
 struct FakeTransport : Router::Transport {
-  std::map<Router::ConnId, std::string> finished;
+  std::map<Router::ConnId, std::string> sent, finished;
   std::vector<Router::ConnId> dropped;
+  void send(Router::ConnId conn, std::string bytes) override { sent[conn] += bytes; }
   void finish(Router::ConnId conn, std::string bytes) override { finished[conn] = bytes; }
   void drop(Router::ConnId conn) override { dropped.push_back(conn); }
 };
 const char* kStart = R"({"session_id":"a","hook_event_name":"SessionStart"})";
 const char* kPrompt = R"({"session_id":"a","hook_event_name":"UserPromptSubmit","prompt":"go"})";
-const char* kAsk =
-    R"({"_agent":"claude","session_id":"b","hook_event_name":"PermissionRequest","tool_name":"Bash","tool_use_id":"t1"})";
+std::string ask(const std::string& session) {
+  return R"({"_agent":"claude","session_id":")" + session +
+         R"(","hook_event_name":"PermissionRequest","tool_name":"Bash","tool_use_id":"t-)" +
+         session + "\"}\n";
+}
 }  // namespace
 
 class RouterTest : public HubTest {
@@ -25,33 +31,56 @@ class RouterTest : public HubTest {
   Router* r = nullptr;
   void SetUp() override {
     HubTest::SetUp();
-    owned = std::make_unique<Router>(*hub, transport);
+    owned = std::make_unique<Router>(*hub, transport, nullptr, Router::Limits{1000, 2500});
     r = owned.get();
   }
 };
 
-TEST_F(RouterTest, FramesLinesAcrossReadsAndDropsBadOnes) {
+TEST_F(RouterTest, RoutesEveryLineInOrderAndKeepsTheUnfinishedOne) {
   r->opened(1);
-  // Two objects and half of a third in one read: the first event answers and ends the
-  // connection, so the rest is not routed.
-  r->received(1, std::string("not json\n[1]\n") + kStart + "\n" + kPrompt + "\n{\"sess");
+  // Two objects and half of a third in one read: the first event is answered at once and the
+  // second still applies; the half waits for its line feed.
+  r->received(1, std::string("not json\n[1]\n\n\n") + kStart + "\n" + kPrompt + "\n{\"sess");
   EXPECT_EQ(transport.finished[1], "\n");
-  EXPECT_EQ(hub->find("claude:a")->mood, Mood::idle);
+  EXPECT_EQ(hub->find("claude:a")->mood, Mood::working);
+  EXPECT_EQ(hub->find("claude:a")->title, "go");
+  EXPECT_EQ(r->buffered(), 6u);
+  r->received(1, "ion_id\":\"c\",\"hook_event_name\":\"SessionStart\"}\n");
+  EXPECT_TRUE(hub->find("claude:c"));
+  EXPECT_EQ(r->buffered(), 0u);
 
-  r->opened(2);
-  std::string ask = std::string(kAsk) + "\n";
-  r->received(2, ask.substr(0, 10));
-  EXPECT_FALSE(hub->find("claude:b"));
-  r->received(2, ask.substr(10));
-  EXPECT_EQ(r->holding(), 1u);
-  EXPECT_FALSE(transport.finished.count(2));
-  r->ended(2);
-  r->ended(2);
-  EXPECT_FALSE(hub->find("claude:b")->pending);  // withdrawn once, by the hook going away
-  EXPECT_EQ(r->connections(), 1u);
+  // A request opened after the answer has nobody to answer: it is withdrawn at once.
+  r->received(1, ask("late"));
+  EXPECT_FALSE(hub->find("claude:late")->pending);
+  EXPECT_EQ(r->holding(), 0u);
 }
 
-TEST_F(RouterTest, StateQueriesCommandsAndRunawayLines) {
+TEST_F(RouterTest, HeldRequestsAreAcknowledgedKeptAliveAndWithdrawnOnce) {
+  r->opened(2);
+  std::string line = ask("b");
+  r->received(2, line.substr(0, 10));
+  EXPECT_FALSE(hub->find("claude:b"));
+  r->received(2, line.substr(10) + ask("d"));
+  EXPECT_EQ(transport.sent[2], "~hold\n");
+  EXPECT_EQ(r->holding(), 1u);
+  EXPECT_FALSE(hub->find("claude:d")->pending);  // one request per connection
+  loop.advance(4.5);
+  EXPECT_EQ(transport.sent[2], "~hold\n~alive\n~alive\n");
+
+  hub->decide("claude:b", "allow");
+  EXPECT_THAT(transport.finished[2], ::testing::HasSubstr("\"allow\""));
+  loop.advance(10);
+  EXPECT_EQ(transport.sent[2], "~hold\n~alive\n~alive\n");  // answered: no more keep-alives
+
+  r->received(3, ask("e"));
+  EXPECT_EQ(r->holding(), 1u);
+  r->ended(3);
+  r->ended(3);
+  EXPECT_FALSE(hub->find("claude:e")->pending);  // withdrawn once, by the hook going away
+  EXPECT_EQ(r->holding(), 0u);
+}
+
+TEST_F(RouterTest, StateQueriesCommandsAndLimits) {
   r->received(3, "{\"_query\":\"state\"}\n");
   Json state = Json::parse(transport.finished[3]);
   EXPECT_TRUE(state.contains("sessions"));
@@ -63,7 +92,18 @@ TEST_F(RouterTest, StateQueriesCommandsAndRunawayLines) {
   EXPECT_EQ(Json::parse(transport.finished[4])["ok"], false);  // not routed as an event
   EXPECT_FALSE(hub->find("claude:c"));
 
-  std::string chunk(1 << 20, 'x');
-  for (size_t sent = 0; sent <= Router::kMaxLine; sent += chunk.size()) r->received(5, chunk);
-  EXPECT_THAT(transport.dropped, ::testing::ElementsAre(5u));
+  // Nested too deep to parse safely: dropped like any other bad line.
+  r->received(5, R"({"session_id":"deep","hook_event_name":"SessionStart","x":)" +
+                     std::string(600, '[') + std::string(600, ']') + "}\n");
+  EXPECT_FALSE(hub->find("claude:deep"));
+
+  // One line too long, and then too much across connections; what was held is given back.
+  r->received(6, std::string(1001, 'x'));
+  r->received(7, std::string(900, 'x'));
+  r->received(8, std::string(900, 'x'));
+  r->received(9, std::string(900, 'x'));
+  EXPECT_THAT(transport.dropped, ElementsAre(6u, 9u));
+  EXPECT_EQ(r->buffered(), 1800u);
+  for (Router::ConnId c : {6u, 7u, 8u, 9u}) r->ended(c);
+  EXPECT_EQ(r->buffered(), 0u);
 }

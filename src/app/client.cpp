@@ -1,41 +1,39 @@
 #include "app/client.h"
 
-#include <errno.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
-#include <cstring>
+#include <algorithm>
+
+#include "bridge/wire.h"
 
 namespace Client {
 
-Result exchange(const std::string& socketPath, const std::string& line) {
+Result exchange(const std::string& socketPath, const std::string& line,
+                std::chrono::milliseconds patience) {
   Result result;
-  sockaddr_un addr{};
-  addr.sun_family = AF_UNIX;
-  if (socketPath.size() >= sizeof addr.sun_path) return result;
-  std::memcpy(addr.sun_path, socketPath.c_str(), socketPath.size() + 1);
-  int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const auto deadline = Wire::Clock::now() + patience;
+  int fd =
+      Wire::connectBy(socketPath, std::min(deadline, Wire::Clock::now() + std::chrono::seconds(1)));
   if (fd < 0) return result;
-  if (::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
+  result.connected = true;
+  if (!Wire::sendBy(fd, line + "\n", deadline)) {
+    result.timedOut = true;
     ::close(fd);
     return result;
   }
-  result.connected = true;
-  std::string out = line + "\n";
-  for (size_t done = 0; done < out.size();) {
-    ssize_t n = ::send(fd, out.data() + done, out.size() - done, MSG_NOSIGNAL);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) break;
-    done += static_cast<size_t>(n);
+  // Signal lines come before the answer; the answer itself may span several lines.
+  std::string pending, got;
+  Wire::Read r;
+  while ((r = Wire::lineBy(fd, pending, got, deadline)) == Wire::Read::kLine &&
+         Wire::isSignal(got)) {
   }
-  char buf[65536];
-  for (;;) {
-    ssize_t n = ::read(fd, buf, sizeof buf);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) break;
-    result.answer.append(buf, static_cast<size_t>(n));
+  if (r == Wire::Read::kLine) {
+    result.answer = got + "\n" + pending;
+    r = Wire::restBy(fd, result.answer, deadline);
+  } else {
+    result.answer = std::move(pending);
   }
+  result.timedOut = r == Wire::Read::kTimeout;
   ::close(fd);
   return result;
 }

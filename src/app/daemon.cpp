@@ -2,15 +2,13 @@
 
 #include <glib-unix.h>
 #include <signal.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
-#include <thread>
 
+#include "app/instance.h"
 #include "bridge/control.h"
 #include "bridge/linux_bridge.h"
 #include "core/defaults.h"
@@ -25,28 +23,6 @@
 
 namespace Daemon {
 namespace {
-
-std::optional<pid_t> runningPid(const std::string& home) {
-  auto text = Files::read(pidPath(home));
-  if (!text) return std::nullopt;
-  long pid = std::strtol(text->c_str(), nullptr, 10);
-  if (pid <= 1 || pid == ::getpid()) return std::nullopt;
-  if (::kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH) return std::nullopt;
-  // A recycled pid is not ours unless its command line is vantler's.
-  auto cmdline = Files::read("/proc/" + std::to_string(pid) + "/cmdline");
-  if (!cmdline || cmdline->find("vantler") == std::string::npos) return std::nullopt;
-  return static_cast<pid_t>(pid);
-}
-
-// Stops an older instance: SIGTERM, then SIGKILL after 1.2 s.
-void terminate(pid_t pid) {
-  ::kill(pid, SIGTERM);
-  for (int i = 0; i < 24; ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    if (::kill(pid, 0) != 0) return;
-  }
-  ::kill(pid, SIGKILL);
-}
 
 // Hooks written by an earlier version point at an older command: they are written again on
 // every start. Errors here are not worth stopping for.
@@ -67,34 +43,17 @@ void refreshHooks() {
   }
 }
 
-void raiseFileLimit() {
-  rlimit lim{};
-  if (::getrlimit(RLIMIT_NOFILE, &lim) == 0 && lim.rlim_cur < lim.rlim_max) {
-    lim.rlim_cur = lim.rlim_max;
-    ::setrlimit(RLIMIT_NOFILE, &lim);
-  }
-}
-
 }  // namespace
-
-std::string pidPath(const std::string& home) {
-  return Bridge::runDir(home) + "/vantler.pid";
-}
 
 int run(const Options& options) {
   ::signal(SIGPIPE, SIG_IGN);
-  raiseFileLimit();
+  Instance::raiseFileLimit();
   const std::string home = Files::home();
-
-  if (auto older = runningPid(home)) {
-    if (!options.replace) {
-      std::fprintf(stderr,
-                   "vantler: already running (pid %d). Use 'vantler daemon --replace' to take "
-                   "over.\n",
-                   static_cast<int>(*older));
-      return 1;
-    }
-    terminate(*older);
+  std::string error;
+  std::optional<Instance> instance = Instance::acquire(home, options.replace, error);
+  if (!instance) {
+    std::fprintf(stderr, "vantler: %s\n", error.c_str());
+    return 1;
   }
 
   GLibLoop loop;
@@ -109,19 +68,25 @@ int run(const Options& options) {
   ports.models = std::make_shared<PricingCatalog>();
   Hub hub(loop, defaults, ports, hubOptions);
   Integrations::registerPrefs();
-  CodexWatcher codex(hub, loop, home);
-  if (const char* demo = std::getenv("VANTLER_DEMO"); demo && *demo) {
-    hub.loadDemo();
-  } else {
-    hub.restoreRecent();
-    codex.start();
-  }
-  refreshHooks();
 
+  // The socket listens before anything slow runs: hooks are answered from the first moment.
   Bridge bridge(hub, home, [&hub](const Json& command) { return Control::handle(hub, command); });
-  if (!bridge.start()) return 1;
-  Files::writeAtomic(pidPath(home), std::to_string(::getpid()) + "\n", 0600);
+  if (!bridge.start()) {
+    std::fprintf(stderr, "vantler: %s\n", bridge.error().c_str());
+    return 1;
+  }
   std::fprintf(stderr, "vantler: listening on %s\n", bridge.path().c_str());
+
+  CodexWatcher codex(hub, loop, home);
+  loop.post([&] {
+    if (const char* demo = std::getenv("VANTLER_DEMO"); demo && *demo) {
+      hub.loadDemo();
+    } else {
+      hub.restoreRecent();
+      codex.start();
+    }
+    refreshHooks();
+  });
 
   auto quit = +[](gpointer data) -> gboolean {
     static_cast<GLibLoop*>(data)->quit();
@@ -134,9 +99,6 @@ int run(const Options& options) {
   g_source_remove(termSource);
 
   bridge.stop();
-  if (auto text = Files::read(pidPath(home));
-      text && std::strtol(text->c_str(), nullptr, 10) == ::getpid())
-    ::unlink(pidPath(home).c_str());
   std::fprintf(stderr, "vantler: stopped\n");
   return 0;
 }

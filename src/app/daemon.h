@@ -11,7 +11,4 @@ struct Options {
 // Runs the hub, the hook socket and the timers without a window until SIGINT or SIGTERM.
 int run(const Options& options);
 
-// The pid file of the running instance, in the run directory.
-std::string pidPath(const std::string& home);
-
 }  // namespace Daemon

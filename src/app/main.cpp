@@ -192,6 +192,10 @@ int main(int argc, char** argv) {
     const std::string socket = Bridge::socketPath(Files::home());
     Client::Result r = Client::exchange(socket, R"({"_query":"state"})");
     if (!r.connected) return notRunning(socket);
+    if (r.timedOut) {
+      std::fprintf(stderr, "vantler: Vantler did not answer in time.\n");
+      return 1;
+    }
     std::fputs(r.answer.c_str(), stdout);
     return 0;
   }

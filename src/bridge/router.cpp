@@ -3,14 +3,18 @@
 #include <glib.h>
 
 #include <cstring>
+#include <vector>
 
-Router::Router(Hub& hub, Transport& transport, CommandHandler commands)
+Router::Router(Hub& hub, Transport& transport, CommandHandler commands, Limits limits)
     : hub_(hub),
       transport_(transport),
       commands_(std::move(commands)),
+      limits_(limits),
       self_(std::make_shared<Router*>(this)) {}
 
-Router::~Router() = default;
+Router::~Router() {
+  if (alive_) hub_.loop().cancel(*alive_);
+}
 
 size_t Router::holding() const {
   size_t n = 0;
@@ -18,43 +22,65 @@ size_t Router::holding() const {
   return n;
 }
 
+Router::Conn* Router::find(ConnId conn) {
+  auto it = conns_.find(conn);
+  return it == conns_.end() ? nullptr : &it->second;
+}
+
+bool Router::answerable(ConnId conn) const {
+  auto it = conns_.find(conn);
+  return it != conns_.end() && !it->second.finished && !it->second.held;
+}
+
 void Router::opened(ConnId conn) {
   conns_[conn];
 }
 
 void Router::received(ConnId conn, std::string_view bytes) {
-  auto it = conns_.find(conn);
-  if (it == conns_.end()) it = conns_.emplace(conn, Conn{}).first;
-  if (it->second.finished) return;
-  it->second.buffer.append(bytes);
-
-  for (;;) {
-    it = conns_.find(conn);
-    if (it == conns_.end() || it->second.finished) return;
-    Conn& c = it->second;
-    const void* nl = std::memchr(c.buffer.data() + c.scanned, '\n', c.buffer.size() - c.scanned);
-    if (!nl) {
-      c.scanned = c.buffer.size();
-      if (c.buffer.size() > kMaxLine) {
-        g_warning("Vantler: closing a hook connection that sent %zu bytes without a line end",
-                  c.buffer.size());
-        c.finished = true;
-        c.buffer = std::string();
-        transport_.drop(conn);
-      }
-      return;
-    }
-    size_t len = static_cast<const char*>(nl) - c.buffer.data();
-    std::string line = c.buffer.substr(0, len);
-    c.buffer.erase(0, len + 1);
-    c.scanned = 0;
-    dispatch(conn, line);  // may end or erase the connection
+  Conn& c = conns_[conn];
+  if (bytes.empty()) return;
+  if (buffered_ + bytes.size() > limits_.total) {
+    cut(conn, "the hook connections together buffer too much", buffered_ + bytes.size());
+    return;
   }
+  const void* last = memrchr(bytes.data(), '\n', bytes.size());
+  if (!last) {
+    c.buffer.append(bytes);
+    buffered_ += bytes.size();
+    if (c.buffer.size() > limits_.line)
+      cut(conn, "a hook connection sent too long a line", c.buffer.size());
+    return;
+  }
+  // Complete lines leave the buffer before any is routed: routing may end the connection.
+  const size_t through = static_cast<const char*>(last) - bytes.data() + 1;
+  std::string lines = std::move(c.buffer);
+  buffered_ -= lines.size();
+  lines.append(bytes.substr(0, through));
+  c.buffer.assign(bytes.substr(through));
+  buffered_ += c.buffer.size();
+  if (c.buffer.size() > limits_.line)
+    cut(conn, "a hook connection sent too long a line", c.buffer.size());
+
+  std::string_view rest = lines;
+  while (!rest.empty()) {
+    size_t nl = rest.find('\n');
+    std::string_view line = rest.substr(0, nl);
+    rest.remove_prefix(nl + 1);
+    if (!line.empty()) dispatch(conn, line);
+  }
+}
+
+void Router::cut(ConnId conn, const char* why, size_t bytes) {
+  if (!find(conn)) return;
+  g_warning("Vantler: closing a hook connection: %s (%zu bytes)", why, bytes);
+  ended(conn);
+  transport_.drop(conn);
 }
 
 void Router::ended(ConnId conn) {
   auto node = conns_.extract(conn);
   if (node.empty()) return;
+  buffered_ -= node.mapped().buffer.size();
   if (node.mapped().held) hub_.hookGone(*node.mapped().held);
 }
 
@@ -67,22 +93,45 @@ Hub::Reply Router::replyFor(ConnId conn) {
     auto self = weak.lock();
     if (!self) return;
     Router& r = **self;
-    auto it = r.conns_.find(conn);
-    if (it == r.conns_.end() || it->second.finished) return;  // the hook already left
-    it->second.held.reset();
-    it->second.finished = true;
-    it->second.buffer = std::string();
+    Conn* c = r.find(conn);
+    if (!c || c->finished) return;  // the hook already left
+    c->held.reset();
+    c->finished = true;
     r.transport_.finish(conn, text + "\n");
   };
 }
 
+void Router::hold(ConnId conn, const std::string& key) {
+  find(conn)->held = key;
+  if (!alive_)
+    alive_ = hub_.loop().every(Wire::kAliveEvery, 0.5, [weak = std::weak_ptr<Router*>(self_)] {
+      if (auto self = weak.lock()) (*self)->keepAlive();
+    });
+  // Written after the key is held: a write that fails ends the connection, which withdraws it.
+  transport_.send(conn, std::string(Wire::kHold) + "\n");
+}
+
+void Router::keepAlive() {
+  std::vector<ConnId> held;
+  for (const auto& [id, c] : conns_)
+    if (c.held) held.push_back(id);
+  if (held.empty()) {
+    hub_.loop().cancel(*alive_);
+    alive_.reset();
+    return;
+  }
+  for (ConnId id : held)
+    if (Conn* c = find(id); c && c->held) transport_.send(id, std::string(Wire::kAlive) + "\n");
+}
+
 void Router::dispatch(ConnId conn, std::string_view line) {
-  Json obj = JsonField::parse(line);
+  Json obj = JsonField::parseBounded(line);
   if (!obj.is_object()) return;  // not for us: dropped, the connection stays
+  const bool attached = answerable(conn);
 
   if (JsonField::str(obj, "_query") == "state") {
-    Conn& c = conns_[conn];
-    c.finished = true;
+    if (!attached) return;
+    find(conn)->finished = true;
     transport_.finish(conn,
                       hub_.snapshot().dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
     return;
@@ -90,18 +139,18 @@ void Router::dispatch(ConnId conn, std::string_view line) {
   if (const Json* command = JsonField::find(obj, "_command")) {
     Json answer = commands_ ? commands_(*command)
                             : Json{{"ok", false}, {"error", "commands are not accepted here"}};
-    Conn& c = conns_[conn];
-    c.finished = true;
+    if (!answerable(conn)) return;
+    find(conn)->finished = true;
     transport_.finish(conn, JsonField::compact(answer) + "\n");
     return;
   }
 
-  Hub::Reply reply = replyFor(conn);
-  auto replied = [&] {
-    auto it = conns_.find(conn);
-    return it == conns_.end() || it->second.finished;
-  };
+  Hub::Reply reply = attached ? replyFor(conn) : Hub::Reply([](const std::string&) {});
   std::optional<std::string> key = adapters_.handle(obj, reply);
-  // An entry point that answered at once leaves nothing to hold.
-  if (key && !replied()) conns_[conn].held = *key;
+  if (!key) return;
+  if (!attached)
+    hub_.hookGone(*key);  // nobody can take the answer
+  else if (answerable(conn))
+    hold(conn, *key);
+  // Otherwise the entry point answered at once: nothing to hold.
 }

@@ -1,7 +1,8 @@
 #pragma once
 // Frames the bytes of hook connections into lines and routes each line: agent events to the
 // hub's adapters, state queries to the snapshot, control commands to their handler. It knows
-// nothing of sockets; the bridge feeds it and carries its answers back.
+// nothing of sockets; the bridge feeds it and carries its answers back. The protocol it speaks
+// is described in bridge/wire.h.
 
 #include <cstdint>
 #include <functional>
@@ -12,8 +13,14 @@
 #include <unordered_map>
 
 #include "bridge/adapters.h"
+#include "bridge/wire.h"
 #include "core/hub.h"
 #include "core/json.h"
+
+struct RouterLimits {
+  size_t line = Wire::kMaxLine;      // bytes of one connection without a line feed
+  size_t total = size_t{256} << 20;  // bytes buffered across all connections
+};
 
 class Router {
  public:
@@ -22,43 +29,59 @@ class Router {
   class Transport {
    public:
     virtual ~Transport() = default;
+    // Writes the bytes; the connection stays open.
+    virtual void send(ConnId conn, std::string bytes) = 0;
     // Writes the bytes, then closes the connection.
     virtual void finish(ConnId conn, std::string bytes) = 0;
-    // Closes the connection without a word (it broke the protocol).
+    // Closes the connection without a word (it broke the protocol or a limit).
     virtual void drop(ConnId conn) = 0;
   };
   // Runs a control command (the "_command" object of a line) and returns its answer.
   using CommandHandler = std::function<Json(const Json& command)>;
 
-  // A line longer than this without its line feed closes the connection.
-  static constexpr size_t kMaxLine = 64u << 20;
+  using Limits = RouterLimits;
 
-  Router(Hub& hub, Transport& transport, CommandHandler commands = {});
+  Router(Hub& hub, Transport& transport, CommandHandler commands = {}, Limits limits = {});
   ~Router();
+  Router(const Router&) = delete;
+  Router& operator=(const Router&) = delete;
 
   void opened(ConnId conn);
+  // Every complete line is routed in order, also those after a line that was answered (their
+  // answers have nowhere to go, and a request they open is withdrawn at once).
   void received(ConnId conn, std::string_view bytes);
   // The peer went away (or the connection failed): a request it waited on is withdrawn.
   void ended(ConnId conn);
 
   size_t connections() const { return conns_.size(); }
   size_t holding() const;
+  // Bytes of unfinished lines across all connections.
+  size_t buffered() const { return buffered_; }
 
  private:
   struct Conn {
     std::string buffer;
-    size_t scanned = 0;  // bytes of `buffer` known to hold no line feed
     std::optional<std::string> held;
-    bool finished = false;
+    bool finished = false;  // answered or cut off: nothing more is written to it
   };
 
   void dispatch(ConnId conn, std::string_view line);
+  // Whether a line on `conn` can still be answered on it.
+  bool answerable(ConnId conn) const;
+  void hold(ConnId conn, const std::string& key);
+  void keepAlive();
+  // Forgets a connection that broke a limit and closes it.
+  void cut(ConnId conn, const char* why, size_t bytes);
   Hub::Reply replyFor(ConnId conn);
+  Conn* find(ConnId conn);
 
   Hub& hub_;
   Adapters adapters_{hub_};
   Transport& transport_;
   CommandHandler commands_;
+  Limits limits_;
   std::unordered_map<ConnId, Conn> conns_;
+  size_t buffered_ = 0;
+  std::optional<Loop::TaskId> alive_;
   std::shared_ptr<Router*> self_;
 };

@@ -1,6 +1,8 @@
 #include "core/hub.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <unordered_set>
 
 #include "core/files.h"
 #include "core/prefs.h"
@@ -117,8 +119,23 @@ void Hub::store(Session session) {
     *existing = std::move(session);
   } else {
     sessions_.push_back(std::move(session));
+    evictEnded();
   }
   changed();
+}
+
+void Hub::evictEnded() {
+  const Date t = now();
+  std::vector<std::pair<Date, const Session*>> ended;
+  for (const Session& s : sessions_)
+    if (isFinished(s, t)) ended.emplace_back(s.updated, &s);
+  if (ended.size() <= kMaxEnded) return;
+  auto cut = ended.begin() + static_cast<std::ptrdiff_t>(ended.size() - kMaxEnded);
+  std::nth_element(ended.begin(), cut, ended.end(),
+                   [](const auto& a, const auto& b) { return a.first < b.first; });
+  std::unordered_set<std::string> gone;
+  for (auto it = ended.begin(); it != cut; ++it) gone.insert(it->second->id);
+  std::erase_if(sessions_, [&](const Session& s) { return gone.count(s.id) > 0; });
 }
 
 void Hub::changed() {

@@ -46,6 +46,8 @@ class Hub {
   static constexpr double kAutoAnswerDelay = 1.2;
   static constexpr double kPrRefreshSoon = 4.0;
   static constexpr double kPrRefreshLater = 30.0;
+  // Finished sessions kept beyond this number are forgotten, least recently updated first.
+  static constexpr size_t kMaxEnded = 500;
 
   Hub(Loop& loop, Defaults& defaults, HubPorts ports = {}, HubOptions options = {});
   ~Hub();
@@ -148,6 +150,8 @@ class Hub {
 
  private:
   Session* findMutable(const std::string& id);
+  // Forgets the least recently updated finished sessions beyond kMaxEnded.
+  void evictEnded();
   // Removes and returns the reply function of a request.
   Reply takeResponder(const std::string& pendingId);
   // The shown request is settled: the oldest queued one takes its place.

@@ -79,4 +79,26 @@ Json parse(std::string_view text) {
   return Json::parse(text.begin(), text.end(), nullptr, false);
 }
 
+Json parseBounded(std::string_view text, size_t maxDepth) {
+  size_t depth = 0;
+  bool inString = false, escaped = false;
+  for (char c : text) {
+    if (inString) {
+      if (escaped)
+        escaped = false;
+      else if (c == '\\')
+        escaped = true;
+      else if (c == '"')
+        inString = false;
+    } else if (c == '"') {
+      inString = true;
+    } else if (c == '[' || c == '{') {
+      if (++depth > maxDepth) return Json(Json::value_t::discarded);
+    } else if ((c == ']' || c == '}') && depth > 0) {
+      --depth;
+    }
+  }
+  return parse(text);
+}
+
 }  // namespace JsonField

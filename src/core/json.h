@@ -34,4 +34,10 @@ std::string compactOrEmpty(const Json& value);
 // Parses text, returning a discarded value on any error (no exceptions escape).
 Json parse(std::string_view text);
 
+// Nesting deeper than this is refused by parseBounded: copying, comparing and printing a
+// value recurse once per level, so a hostile document could exhaust the stack.
+inline constexpr size_t kMaxDepth = 256;
+// Like parse, but text nested deeper than `maxDepth` is refused (discarded) before parsing.
+Json parseBounded(std::string_view text, size_t maxDepth = kMaxDepth);
+
 }  // namespace JsonField

@@ -2,25 +2,24 @@
 // from standard input, with what it knows of the agent's process, as one JSON line to the
 // Vantler app's socket, and prints the app's one-line answer for the agent.
 //
-// It must never hurt the agent: when the app is not running it exits at once with status 0,
-// bad input is dropped, and nothing it does fails the agent's action. While the app holds a
-// request (a permission prompt can take minutes) it waits without a time limit; the agent's own
-// hook timeout ends it.
+// It must never hurt the agent: when the app is not running, not ours, stopped or swamped it
+// exits within a fraction of a second with status 0, bad input is dropped, and nothing it does
+// fails the agent's action. While the app holds a request (a permission prompt can take
+// minutes) it waits as long as the app keeps saying it is there; the agent's own hook timeout
+// ends it. The exchange is described in bridge/wire.h.
 
 #include <pwd.h>
 #include <signal.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
+#include <cstdlib>
 #include <string>
 #include <string_view>
 
-#include <nlohmann/json.hpp>
-
+#include "bridge/wire.h"
+#include "core/json.h"
 #include "hook/surroundings.h"
 
 #if __has_include("version.h")
@@ -31,8 +30,6 @@
 #endif
 
 namespace {
-
-using Json = nlohmann::json;
 
 constexpr std::string_view kUsage =
     "usage: vantler-hook <agent> [<event>]\n"
@@ -54,17 +51,8 @@ void writeAll(int fd, std::string_view data) {
   }
 }
 
-bool sendAll(int fd, std::string_view data) {
-  while (!data.empty()) {
-    ssize_t n = ::send(fd, data.data(), data.size(), MSG_NOSIGNAL);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    data.remove_prefix(static_cast<size_t>(n));
-  }
-  return true;
-}
-
-std::string readAll(int fd) {
+// All of standard input, or nothing when it is longer than the app would take.
+std::optional<std::string> readInput(int fd) {
   std::string out;
   char buf[65536];
   for (;;) {
@@ -72,25 +60,9 @@ std::string readAll(int fd) {
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) break;
     out.append(buf, static_cast<size_t>(n));
+    if (out.size() > Wire::kMaxLine) return std::nullopt;
   }
   return out;
-}
-
-// Reads up to the first line feed. False when the connection ends before a whole line (a
-// truncated answer is no answer).
-bool readLine(int fd, std::string& line) {
-  char buf[4096];
-  for (;;) {
-    ssize_t n = ::read(fd, buf, sizeof buf);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    const char* end = static_cast<const char*>(std::memchr(buf, '\n', static_cast<size_t>(n)));
-    if (end) {
-      line.append(buf, static_cast<size_t>(end - buf));
-      return true;
-    }
-    line.append(buf, static_cast<size_t>(n));
-  }
 }
 
 std::string homeDirectory() {
@@ -100,29 +72,25 @@ std::string homeDirectory() {
   return pw && pw->pw_dir ? pw->pw_dir : "";
 }
 
-// Connects to the app's socket; -1 when the app is not there.
-int connectToApp() {
-  std::string home = homeDirectory();
-  if (home.empty()) return -1;
-  std::string dir = home + "/.vantler/run";
-  std::string path = dir + "/vantler.sock";
-
-  sockaddr_un addr{};
-  addr.sun_family = AF_UNIX;
-  if (path.size() >= sizeof addr.sun_path) {
-    // A home directory too long for a socket address: connect by a relative name instead.
-    if (::chdir(dir.c_str()) != 0) return -1;
-    path = "vantler.sock";
-  }
-  std::memcpy(addr.sun_path, path.c_str(), path.size() + 1);
-
-  int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (fd < 0) return -1;
-  if (::connect(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof addr) != 0) {
-    ::close(fd);
-    return -1;
-  }
-  return fd;
+// Sends the request line and waits for the app's answer as the protocol has it: the answer
+// comes at once, or the app says it holds the request and keeps saying so until it answers.
+// False when there is no answer: no app, not ours, too slow, or gone silent.
+bool ask(const std::string& line, std::string& answer) {
+  const std::string home = homeDirectory();
+  if (home.empty() || Wire::runDirProblem(Wire::runDir(home))) return false;
+  const auto deadline = Wire::Clock::now() + Wire::kFirstLineWithin;
+  int fd = Wire::connectBy(Wire::socketPath(home), deadline);
+  if (fd < 0) return false;
+  // The write side stays open while waiting: the app takes a closed connection for a hook that
+  // has gone away and withdraws the request.
+  std::string pending;
+  bool ok = Wire::sendBy(fd, line, deadline) &&
+            Wire::lineBy(fd, pending, answer, deadline) == Wire::Read::kLine;
+  while (ok && Wire::isSignal(answer))
+    ok = Wire::lineBy(fd, pending, answer, Wire::Clock::now() + Wire::kSilenceLimit) ==
+         Wire::Read::kLine;
+  ::close(fd);
+  return ok;
 }
 
 // What Cursor must read when the app gives no answer: its hooks expect JSON on standard output,
@@ -167,15 +135,10 @@ int main(int argc, char** argv) {
     return 0;
   }
 
-  Json payload = Json::parse(readAll(STDIN_FILENO), nullptr, /*allow_exceptions=*/false);
+  std::optional<std::string> input = readInput(STDIN_FILENO);
+  Json payload = input ? JsonField::parseBounded(*input) : Json(Json::value_t::discarded);
   std::string_view fallback = agent == "cursor" ? cursorFallback(payload) : "";
-
   if (!payload.is_object()) {
-    writeAll(STDOUT_FILENO, fallback);
-    return 0;
-  }
-  int fd = connectToApp();
-  if (fd < 0) {
     writeAll(STDOUT_FILENO, fallback);
     return 0;
   }
@@ -184,18 +147,12 @@ int main(int argc, char** argv) {
   // The event named on the command line, unless the payload names its own.
   if (argc > 2 && !payload.contains("hook_event_name")) payload["hook_event_name"] = argv[2];
   addSurroundings(payload);
-  std::string line = payload.dump(-1, ' ', false, Json::error_handler_t::replace);
-  line += '\n';
-
-  // The write side stays open while waiting: the app takes a closed connection for a hook that
-  // has gone away and withdraws the request.
-  std::string reply;
-  if (sendAll(fd, line) && readLine(fd, reply) && !reply.empty()) {
-    reply += '\n';
-    writeAll(STDOUT_FILENO, reply);
+  std::string answer;
+  if (ask(JsonField::compact(payload) + "\n", answer) && !answer.empty()) {
+    answer += '\n';
+    writeAll(STDOUT_FILENO, answer);
   } else {
     writeAll(STDOUT_FILENO, fallback);
   }
-  ::close(fd);
   return 0;
 }

@@ -11,10 +11,11 @@ struct Event {
   std::optional<int64_t> timeout;
 };
 
+// Every event is answered at once except the end of a turn, which waits for a typed reply.
 constexpr Event kEvents[] = {
-    {"sessionStart", {}},        {"sessionEnd", {}},        {"beforeSubmitPrompt", {}},
-    {"afterShellExecution", {}}, {"afterMCPExecution", {}}, {"afterFileEdit", {}},
-    {"afterAgentResponse", {}},  {"preCompact", {}},        {"stop", 60},
+    {"sessionStart", 10},        {"sessionEnd", 10},        {"beforeSubmitPrompt", 10},
+    {"afterShellExecution", 10}, {"afterMCPExecution", 10}, {"afterFileEdit", 10},
+    {"afterAgentResponse", 10},  {"preCompact", 10},        {"stop", 600},
 };
 
 }  // namespace

@@ -11,20 +11,22 @@
 namespace HookInstaller {
 namespace {
 
-// PermissionRequest waits for the user's decision in the panel: a day, so Claude Code never
-// gives up on it first.
+// The hook answers every event within a fraction of a second unless the app holds it for the
+// user: PermissionRequest waits for a decision in the panel (a day, so Claude Code never gives
+// up on it first) and Stop for a reply typed after the turn (ten minutes, past any reply
+// window). Ten seconds elsewhere bound an event that could only hang.
 constexpr ConfigFile::GroupEvent kEvents[] = {
-    {"SessionStart", false, {}},
-    {"SessionEnd", false, {}},
-    {"UserPromptSubmit", false, {}},
-    {"PreToolUse", true, {}},
-    {"PostToolUse", true, {}},
-    {"PostToolUseFailure", true, {}},  // a failed tool shows as failed only with this one
+    {"SessionStart", false, 10},
+    {"SessionEnd", false, 10},
+    {"UserPromptSubmit", false, 10},
+    {"PreToolUse", true, 10},
+    {"PostToolUse", true, 10},
+    {"PostToolUseFailure", true, 10},  // a failed tool shows as failed only with this one
     {"PermissionRequest", true, 86400},
-    {"Notification", true, {}},
-    {"Stop", false, {}},
-    {"SubagentStop", false, {}},
-    {"PreCompact", false, {}},
+    {"Notification", true, 10},
+    {"Stop", false, 600},
+    {"SubagentStop", false, 10},
+    {"PreCompact", false, 10},
 };
 
 std::optional<std::string>& sourceOverride() {

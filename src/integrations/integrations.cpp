@@ -13,16 +13,17 @@
 namespace Integrations {
 namespace {
 
-// Gemini CLI counts timeouts in milliseconds, droid in seconds: both wait seventy seconds.
+// Gemini CLI counts timeouts in milliseconds, droid in seconds. The end of a turn waits for a
+// typed reply (ten minutes, past any reply window); every other event is answered at once.
 constexpr ConfigFile::GroupEvent kGeminiEvents[] = {
-    {"SessionStart", false, {}},  {"SessionEnd", false, {}}, {"BeforeAgent", false, {}},
-    {"BeforeTool", true, {}},     {"AfterTool", true, {}},   {"Notification", true, {}},
-    {"AfterAgent", false, 70000},
+    {"SessionStart", false, 10000}, {"SessionEnd", false, 10000}, {"BeforeAgent", false, 10000},
+    {"BeforeTool", true, 10000},    {"AfterTool", true, 10000},   {"Notification", true, 10000},
+    {"AfterAgent", false, 600000},
 };
 constexpr ConfigFile::GroupEvent kDroidEvents[] = {
-    {"SessionStart", false, {}}, {"SessionEnd", false, {}}, {"UserPromptSubmit", false, {}},
-    {"PreToolUse", true, {}},    {"PostToolUse", true, {}}, {"Notification", true, {}},
-    {"Stop", false, 70},
+    {"SessionStart", false, 10}, {"SessionEnd", false, 10}, {"UserPromptSubmit", false, 10},
+    {"PreToolUse", true, 10},    {"PostToolUse", true, 10}, {"Notification", true, 10},
+    {"Stop", false, 600},
 };
 // Codex runs hooks shaped like Claude Code's. A permission request waits for the user's answer
 // in the panel for up to a day.
