@@ -83,12 +83,6 @@ TEST(SessionMood, WorkingPoses) {
   EXPECT_EQ(waiting.pose(0), "alert");
 }
 
-TEST(SessionMood, OrderIsUrgency) {
-  EXPECT_LT(Mood::idle, Mood::done);
-  EXPECT_LT(Mood::done, Mood::working);
-  EXPECT_LT(Mood::working, Mood::waiting);
-}
-
 TEST(SessionNames, FamilyFromHost) {
   auto family = [](Agent agent, std::optional<std::string> bundle,
                    std::optional<std::string> entry = {}) {
