@@ -178,6 +178,8 @@ TEST_F(InstallerFiles, RefusesFilesItCannotEditAndLeavesThemUntouched) {
       {R"({"hooks": "echo hi"})", R"(~/.claude/settings.json: "hooks" is not an object)"},
       {R"({"hooks": [{"command": "x"}]})", R"("hooks" is not an object; left it untouched)"},
       {R"({"hooks": {"Stop": {"command": "x"}}})", R"(the "Stop" hooks are not a list)"},
+      {R"({"hooks": {}, "x": )" + std::string(500, '[') + std::string(500, ']') + "}",
+       "settings.json nests deeper than 128 levels; left it untouched"},
   };
   std::string settings = at("/.claude/settings.json");
   for (const Case& c : cases) {

@@ -25,6 +25,9 @@ bool blank(std::string_view text) {
 
 Json parseObject(const std::string& path, const std::optional<std::string>& bytes) {
   if (!bytes || blank(*bytes)) return Json::object();
+  if (!JsonField::nestsWithin(*bytes))
+    throw InstallError(shown(path) + " nests deeper than " + std::to_string(JsonField::kMaxDepth) +
+                       " levels; left it untouched");
   Json value;
   try {
     value = Json::parse(*bytes);
