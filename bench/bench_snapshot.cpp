@@ -1,5 +1,6 @@
 // The cost of one push: building the snapshot and serialising it, for 10, 100 and 1,000
-// sessions with full tool lines and tallies; and the cost of applying one store.
+// sessions with full tool lines and tallies, from scratch and after one session changed; and
+// the cost of applying one store.
 
 #include <benchmark/benchmark.h>
 
@@ -51,10 +52,15 @@ struct Setup {
   }
 };
 
+// Every session changes between pushes, so each one is written again.
 void SnapshotAndSerialise(benchmark::State& state) {
   Setup setup(static_cast<int>(state.range(0)));
+  std::vector<Session> sessions = setup.hub.sessions();
   size_t bytes = 0;
   for (auto _ : state) {
+    state.PauseTiming();
+    for (const Session& s : sessions) setup.hub.store(s);
+    state.ResumeTiming();
     std::string text = setup.hub.snapshotText();
     bytes = text.size();
     benchmark::DoNotOptimize(text.data());
@@ -62,6 +68,21 @@ void SnapshotAndSerialise(benchmark::State& state) {
   state.counters["bytes"] = static_cast<double>(bytes);
 }
 BENCHMARK(SnapshotAndSerialise)->Arg(10)->Arg(100)->Arg(1000)->Unit(benchmark::kMicrosecond);
+
+// The common push: one hook event changed one session.
+void SnapshotAfterOneChange(benchmark::State& state) {
+  Setup setup(static_cast<int>(state.range(0)));
+  Session s = *setup.hub.find("claude:bench-" + std::to_string(state.range(0) / 2));
+  setup.hub.snapshotText();
+  int n = 0;
+  for (auto _ : state) {
+    s.activity = (++n & 1) ? "Reading a.ts" : "Reading b.ts";
+    setup.hub.store(s);
+    std::string text = setup.hub.snapshotText();
+    benchmark::DoNotOptimize(text.data());
+  }
+}
+BENCHMARK(SnapshotAfterOneChange)->Arg(100)->Arg(1000)->Unit(benchmark::kMicrosecond);
 
 void ApplyOneStore(benchmark::State& state) {
   Setup setup(static_cast<int>(state.range(0)));

@@ -4,10 +4,13 @@
 #include <sys/stat.h>
 #include <time.h>
 
+#include <chrono>
 #include <cmath>
 #include <fstream>
+#include <future>
 
 #include "core/files.h"
+#include "core/line_reader.h"
 #include "test_support.h"
 
 namespace {
@@ -182,6 +185,35 @@ TEST_F(CodexWatcherTest, LineWrittenInTwoPiecesIsAppliedOnce) {
   EXPECT_EQ(codex()->turnCalls, 1);
   ASSERT_EQ(codex()->tally.size(), 1u);
   EXPECT_EQ(codex()->tally[0].count, 1);
+}
+
+// A FIFO among the logs, a 64 GiB sparse log, a line of many megabytes and a record nested too
+// deeply: no sweep blocks, each reads a bounded slice, and the records around them still count.
+TEST_F(CodexWatcherTest, StrangeLogsNeverBlockAndAreReadInSlices) {
+  const std::string fifo = logIn("2027/01/15", "fifo");
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  const std::string sparse = logIn("2027/01/15", "sparse");
+  append(sparse, meta("sparse"));
+  ASSERT_EQ(truncate(sparse.c_str(), 64ll << 30), 0);
+  append(sparse, "\n" + command("ls"));
+  Json deep = "x";
+  for (int i = 0; i < 200; ++i) deep = Json::array({deep});
+  append(today, meta() + std::string(LineReader::kMaxLine + 1, 'x') + "\n" +
+                    item({{"type", "CommandExecution"}, {"command", "deep"}, {"x", deep}}) +
+                    command("git status"));
+
+  auto swept = std::async(std::launch::async, [this] { watcher.sweep(); });
+  const bool finished = swept.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+  if (!finished) ::close(::open(fifo.c_str(), O_WRONLY));
+  ASSERT_TRUE(finished) << "a sweep blocked";
+  swept.get();
+  for (int i = 0; i < 10; ++i) watcher.sweep();
+
+  EXPECT_EQ(codex("fifo"), nullptr);
+  ASSERT_NE(codex("sparse"), nullptr);
+  EXPECT_EQ(codex("sparse")->turnCalls, 1);
+  ASSERT_NE(codex(), nullptr);
+  EXPECT_EQ(codex()->tools, std::vector<ToolLine>{{"Running git status"}});
 }
 
 TEST_F(CodexWatcherTest, QuietLogEndsItsSessionAfter45Minutes) {

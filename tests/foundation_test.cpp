@@ -86,7 +86,9 @@ TEST(Defaults, CorruptOrMissingFileReadsEmptyAndWritesBack) {
     EXPECT_FALSE(missing.has("x"));
   }
   Files::makeDirs(home.path() + "/.config/vantler");
-  for (const char* bad : {"{not json", "[1,2]", "\"str\"", ""}) {
+  const std::string deep = "{\"x\":" + std::string(200, '[') + std::string(200, ']') + "}";
+  for (const std::string& bad : {std::string("{not json"), std::string("[1,2]"),
+                                 std::string("\"str\""), std::string(), deep}) {
     std::ofstream(Defaults::defaultPath()) << bad;
     Defaults d;
     EXPECT_FALSE(d.has("x")) << bad;
@@ -99,6 +101,22 @@ TEST(Defaults, CorruptOrMissingFileReadsEmptyAndWritesBack) {
   Defaults again;
   EXPECT_EQ(again.integer("replyWindow"), 30);
   EXPECT_FALSE(again.has("name") || again.has("gone"));
+}
+
+// Outside text nested deeper than the bound is refused before parsing, so that no recursive walk
+// of a parsed value can run out of stack; brackets inside strings do not count.
+TEST(JsonField, ParseRefusesTextNestedTooDeeply) {
+  auto nested = [](size_t depth, const std::string& inner) {
+    return std::string(depth, '[') + inner + std::string(depth, ']');
+  };
+  EXPECT_TRUE(JsonField::parse(nested(JsonField::kMaxDepth, "1")).is_array());
+  EXPECT_TRUE(JsonField::parse(nested(JsonField::kMaxDepth + 1, "1")).is_discarded());
+  EXPECT_TRUE(JsonField::parse(nested(1'000'000, "")).is_discarded());
+  EXPECT_TRUE(
+      JsonField::parse("{\"a\":{\"b\":" + nested(JsonField::kMaxDepth, "1") + "}}").is_discarded());
+  const std::string brackets = R"("[[{{ \" [[")";
+  EXPECT_TRUE(JsonField::parse(nested(JsonField::kMaxDepth, brackets)).is_array());
+  EXPECT_TRUE(JsonField::parseBounded("[[1]]", 1).is_discarded());
 }
 
 TEST(Prefs, DefaultsAndTypeRules) {

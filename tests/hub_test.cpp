@@ -3,6 +3,8 @@
 #include <set>
 
 #include "core/files.h"
+#include "core/json_writer.h"
+#include "core/prefs.h"
 #include "test_support.h"
 
 using ::testing::ElementsAre;
@@ -374,6 +376,45 @@ TEST_F(HubTest, SnapshotSelectionAndShape) {
   EXPECT_EQ(pending["window"], 40000);
   EXPECT_EQ(pending["expires"], (hub->now() + 15) * 1000.0);
   EXPECT_EQ(pending["message"], "Finished.");
+}
+
+// The snapshot keeps each session's text between pushes; whatever the text shows must renew it.
+TEST_F(HubTest, KeptSessionTextsMatchFreshOnesAsTimeSettingsAndPullRequestsChange) {
+  auto fresh = [&] {
+    JsonWriter w;
+    w.beginArray();
+    for (const Session* s : hub->visible())
+      s->write(w, hub->now(), Prefs::replyWindow(defaults), prs->find(s->root));
+    w.endArray();
+    return Json::parse(w.text());
+  };
+  add("claude:work");
+  add("claude:done", Mood::done);
+  edit("claude:done", [&](Session& s) {
+    s.finishedAt = hub->now();
+    s.root = "/r";
+  });
+  add("claude:reply", Mood::done);
+  request("claude:reply", Pending::Reply{"Finished.", hub->now() + 3600});
+  ASSERT_EQ(hub->snapshot()["sessions"], fresh());
+
+  const std::vector<std::function<void()>> changes = {
+      [&] { loop.advance(Session::kSuccessFor + 1); },  // the finished turn's pose fades
+      [&] { loop.advance(Session::kDoneFor); },         // done falls idle
+      [&] { defaults.set("replyWindow", 40); },
+      [&] {
+        prs->byRoot["/r"] = PullRequest{7, "Fix", "OPEN", "pending", "https://x/7"};
+      },
+      [&] { prs->byRoot["/r"].checks = "pass"; },  // changed where it lies
+      [&] { prs->byRoot.clear(); },
+      [&] { edit("claude:work", [](Session& s) { s.activity = "Reading a.ts"; }); },
+      [&] { hub->clearFinished(); },
+      [&] { hub->undoClear(); },
+  };
+  for (size_t i = 0; i < changes.size(); ++i) {
+    changes[i]();
+    EXPECT_EQ(hub->snapshot()["sessions"], fresh()) << "after change " << i;
+  }
 }
 
 TEST_F(HubTest, DemoHasEveryMoodAndRequestKind) {

@@ -277,6 +277,8 @@ TEST_F(InstallerFiles, RefusesFilesItCannotEditAndLeavesThemUntouched) {
       {std::string(300, '[') + std::string(300, ']'), "(line 1: nested more than 256 levels deep)"},
       {R"({"hooks": "echo hi"})", R"(~/.claude/settings.json: "hooks" is not an object)"},
       {R"({"hooks": {"Stop": {"command": "x"}}})", R"(the "Stop" hooks are not a list)"},
+      {R"({"hooks": {}, "x": )" + std::string(500, '[') + std::string(500, ']') + "}",
+       "settings.json nests deeper than 128 levels; left it untouched"},
   };
   std::string settings = at("/.claude/settings.json");
   for (const Case& c : cases) {

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "usage/claude_lines.h"
+
 namespace {
 
 TEST(PricingTest, RateMatchesMostSpecificNameFirst) {
@@ -30,27 +32,36 @@ TEST(PricingTest, RateMatchesMostSpecificNameFirst) {
   EXPECT_FALSE(Pricing::rate(""));
 }
 
+// Each usage object is priced both as parsed JSON and as the text the usage meter reads.
 TEST(PricingTest, CostSplitsCacheWrites) {
+  auto expectCost = [](std::string_view model, const Json& usage, double expected) {
+    EXPECT_DOUBLE_EQ(Pricing::cost(model, usage), expected) << usage;
+    EXPECT_DOUBLE_EQ(Pricing::cost(model, ClaudeLines::usageOf(usage.dump())), expected) << usage;
+  };
   // 1000 written: 400 for an hour, the other 600 for five minutes.
   const Json usage = Json::parse(R"({"input_tokens": 100, "output_tokens": 10,
       "cache_read_input_tokens": 2000, "cache_creation_input_tokens": 1000,
       "cache_creation": {"ephemeral_1h_input_tokens": 400}})");
-  EXPECT_DOUBLE_EQ(Pricing::cost("claude-sonnet-4-5", usage),
-                   (3.0 * (100 + 1.25 * 600 + 2 * 400) + 0.3 * 2000 + 15.0 * 10) / 1e6);
+  expectCost("claude-sonnet-4-5", usage,
+             (3.0 * (100 + 1.25 * 600 + 2 * 400) + 0.3 * 2000 + 15.0 * 10) / 1e6);
 
   // An explicit five-minute figure wins; a 1h figure above the total never goes negative.
   const Json given = {
       {"cache_creation_input_tokens", 1000},
       {"cache_creation", {{"ephemeral_1h_input_tokens", 1500}, {"ephemeral_5m_input_tokens", 50}}}};
-  EXPECT_DOUBLE_EQ(Pricing::cost("claude-opus-4-5", given), 5.0 * (1.25 * 50 + 2 * 1500) / 1e6);
+  expectCost("claude-opus-4-5", given, 5.0 * (1.25 * 50 + 2 * 1500) / 1e6);
   const Json over = {{"cache_creation_input_tokens", 100},
                      {"cache_creation", {{"ephemeral_1h_input_tokens", 300}}}};
-  EXPECT_DOUBLE_EQ(Pricing::cost("claude-opus-4-5", over), 5.0 * 2 * 300 / 1e6);
+  expectCost("claude-opus-4-5", over, 5.0 * 2 * 300 / 1e6);
 
   // Without the breakdown every write is a five-minute one; non-numbers read as 0.
-  const Json flat = {{"cache_creation_input_tokens", 1000}, {"output_tokens", "9"}};
-  EXPECT_DOUBLE_EQ(Pricing::cost("claude-haiku-4-5", flat), 1.0 * 1.25 * 1000 / 1e6);
-  EXPECT_EQ(Pricing::cost("gpt-5", usage), 0);
+  const Json flat = {{"cache_creation_input_tokens", 1000.0},
+                     {"output_tokens", "9"},
+                     {"input_tokens", nullptr},
+                     {"server_tool_use", {{"input_tokens", 7}}}};
+  expectCost("claude-haiku-4-5", flat, 1.0 * 1.25 * 1000 / 1e6);
+  expectCost("gpt-5", usage, 0);
+  EXPECT_EQ(Pricing::cost("claude-haiku-4-5", ClaudeLines::usageOf(R"({"input_tokens": 5,)")), 0);
 }
 
 TEST(PricingTest, Label) {

@@ -2,7 +2,11 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <unistd.h>
+
+#include <chrono>
 #include <fstream>
+#include <future>
 #include <string>
 
 #include "core/files.h"
@@ -136,6 +140,22 @@ TEST_F(TranscriptsTest, ReadsOnlyCompleteLinesAndRestartsOnARewrittenFile) {
   EXPECT_EQ(s.model, std::nullopt);
   EXPECT_EQ(s.cost, 0);
   EXPECT_FALSE(reader.update(path + ".missing"));
+}
+
+TEST_F(TranscriptsTest, FifoIsRefusedWithoutBlockingAndDeepJsonIsDropped) {
+  const std::string fifo = Files::parent(path) + "/s2.jsonl";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  auto update = std::async(std::launch::async, [&] { return reader.update(fifo); });
+  const bool finished = update.wait_for(std::chrono::seconds(5)) == std::future_status::ready;
+  if (!finished) ::close(::open(fifo.c_str(), O_WRONLY));
+  ASSERT_TRUE(finished) << "reading a FIFO blocked";
+  EXPECT_FALSE(update.get());
+
+  Json deep = "x";
+  for (int i = 0; i < 200; ++i) deep = Json::array({deep});
+  append(user("first"));
+  append(user({{{"type", "text"}, {"text", "deep"}, {"nested", deep}}}));
+  EXPECT_EQ(stats().lastPrompt, "first");
 }
 
 TEST_F(TranscriptsTest, ContextWindowIsKnownOnlyForLongContextSessions) {

@@ -6,6 +6,7 @@
 
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "core/files.h"
 #include "test_support.h"
@@ -134,6 +135,37 @@ TEST_F(UsageMeterTest, ReadsAppendedLinesOnceAndSkipsFilesOlderThanToday) {
   append("old.jsonl",
          assistant("2025-06-01T19:00:00.000Z", "x2", "claude-haiku-4-5", usage(100'000, 0)));
   EXPECT_NEAR(today(), 103'500 / 1e6, 1e-12);
+}
+
+// Most lines are decided by their last members; whatever the order of the members, and whatever
+// strings hold, a line counts exactly when its own type and time stamp say so.
+TEST_F(UsageMeterTest, LinesCountWhateverTheOrderOfTheirMembers) {
+  using Ordered = nlohmann::ordered_json;
+  auto line = [](const std::vector<std::pair<std::string, Ordered>>& members) {
+    Ordered o = Ordered::object();
+    for (const auto& [key, value] : members) o[key] = value;
+    return o.dump() + "\n";
+  };
+  auto message = [](const std::string& id) {
+    return Ordered{{"id", id},
+                   {"model", "claude-haiku-4-5"},
+                   {"usage", Ordered::parse(usage(1000, 0).dump())}};
+  };
+  const std::string noon = "2025-06-01T12:00:00Z";
+  append("a.jsonl", line({{"type", "assistant"},
+                          {"timestamp", noon},
+                          {"requestId", "r1"},
+                          {"message", message("m1")}}));
+  append("a.jsonl", line({{"message", message("m2")},
+                          {"requestId", "r2"},
+                          {"type", "assistant"},
+                          {"timestamp", noon},
+                          {"note", "x\",\"type\":\"user\\"}}));
+  append("a.jsonl", line({{"message", message("m3")}, {"type", "user"}, {"timestamp", noon}}));
+  append("a.jsonl", line({{"message", message("m4")},
+                          {"type", "assistant"},
+                          {"timestamp", "2025-05-31T12:00:00Z"}}));
+  EXPECT_NEAR(today(), 2000 / 1e6, 1e-12);
 }
 
 TEST_F(UsageMeterTest, StartsAgainFromZeroAtLocalMidnight) {

@@ -115,6 +115,7 @@ Session Hub::session(const std::string& key, Agent agent, const std::string& cwd
 }
 
 void Hub::store(Session session) {
+  session.revision = ++revisions_;
   if (Session* existing = findMutable(session.id)) {
     *existing = std::move(session);
   } else {

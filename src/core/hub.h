@@ -15,6 +15,7 @@
 #include "core/loop.h"
 #include "core/ports.h"
 #include "core/session.h"
+#include "core/session_texts.h"
 
 struct HubOptions {
   std::string home;                        // the user's home directory (project roots stop there)
@@ -59,7 +60,9 @@ class Hub {
   const Session* find(const std::string& id) const;
   // The session for a key, existing or new (not yet stored).
   Session session(const std::string& key, Agent agent, const std::string& cwd);
-  // Puts a session back (or appends a new one) and announces the change.
+  // Puts a session back (or appends a new one) with a new revision and announces the change.
+  // Sessions in the table change only through here: the snapshot reuses the text of a session
+  // whose revision it has seen.
   void store(Session session);
   // Schedules one `onChange` for this loop turn.
   void changed();
@@ -179,4 +182,6 @@ class Hub {
   std::optional<Loop::TaskId> ticker_;
   Date lastSlowTick_ = 0;
   std::shared_ptr<Hub*> self_;  // weak handles to this hub for queued tasks
+  uint64_t revisions_ = 0;
+  mutable SessionTexts texts_;
 };

@@ -1,4 +1,5 @@
-// The snapshot the panel draws from, rebuilt whole on every push.
+// The snapshot the panel draws from. Sessions that did not change since the last push keep
+// their text; the fields around them are written anew.
 
 #include "core/hub.h"
 #include "core/json_writer.h"
@@ -20,11 +21,19 @@ std::string Hub::snapshotText() const {
   }
   if (!selected) selected = waiting.empty() ? fallback : waiting.front();
 
-  JsonWriter w(2048 + shown.size() * 1280);
+  std::vector<std::string_view> texts;
+  texts.reserve(shown.size());
+  size_t length = 0;
+  for (const Session* s : shown) {
+    texts.push_back(
+        texts_.text(*s, t, replyWindow, ports_.github->find(s->root), ports_.models.get()));
+    length += texts.back().size() + 1;
+  }
+
+  JsonWriter w(2048 + length);
   w.beginObject().field("open", isOpen_);
   w.key("sessions").beginArray();
-  for (const Session* s : shown)
-    s->write(w, t, replyWindow, ports_.github->find(s->root), ports_.models.get());
+  for (std::string_view text : texts) w.raw(text);
   w.endArray();
   w.key("selected");
   selected ? w.string(selected->id) : w.null();
@@ -40,6 +49,7 @@ std::string Hub::snapshotText() const {
   if (prNews_ && prNews_->until > t)
     w.key("prNews").beginObject().field("id", prNews_->id).field("kind", prNews_->kind).endObject();
   w.endObject();
+  texts_.sweep();
   return w.take();
 }
 

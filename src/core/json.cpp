@@ -3,6 +3,8 @@
 #include <cmath>
 #include <limits>
 
+#include <glib.h>
+
 namespace JsonField {
 
 const Json* find(const Json& obj, std::string_view key) {
@@ -75,30 +77,41 @@ std::string compactOrEmpty(const Json& value) {
   }
 }
 
-Json parse(std::string_view text) {
-  return Json::parse(text.begin(), text.end(), nullptr, false);
+bool nestsWithin(std::string_view text, size_t maxDepth) {
+  size_t depth = 0;
+  for (size_t i = 0; i < text.size(); ++i) {
+    switch (text[i]) {
+      case '"':
+        // To the closing quote, stepping over escaped characters.
+        for (++i; i < text.size() && text[i] != '"'; ++i)
+          if (text[i] == '\\') ++i;
+        break;
+      case '[':
+      case '{':
+        if (++depth > maxDepth) return false;
+        break;
+      case ']':
+      case '}':
+        if (depth > 0) --depth;
+        break;
+      default:
+        break;
+    }
+  }
+  return true;
 }
 
 Json parseBounded(std::string_view text, size_t maxDepth) {
-  size_t depth = 0;
-  bool inString = false, escaped = false;
-  for (char c : text) {
-    if (inString) {
-      if (escaped)
-        escaped = false;
-      else if (c == '\\')
-        escaped = true;
-      else if (c == '"')
-        inString = false;
-    } else if (c == '"') {
-      inString = true;
-    } else if (c == '[' || c == '{') {
-      if (++depth > maxDepth) return Json(Json::value_t::discarded);
-    } else if ((c == ']' || c == '}') && depth > 0) {
-      --depth;
-    }
+  if (!nestsWithin(text, maxDepth)) {
+    g_warning("Vantler: dropped %zu bytes of JSON nested deeper than %zu levels", text.size(),
+              maxDepth);
+    return Json(Json::value_t::discarded);
   }
-  return parse(text);
+  return Json::parse(text.begin(), text.end(), nullptr, false);
+}
+
+Json parse(std::string_view text) {
+  return parseBounded(text, kMaxDepth);
 }
 
 }  // namespace JsonField

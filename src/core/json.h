@@ -31,13 +31,17 @@ std::string compact(const Json& value);
 // Compact serialisation that reports failure (invalid UTF-8) by returning an empty string.
 std::string compactOrEmpty(const Json& value);
 
-// Parses text, returning a discarded value on any error (no exceptions escape).
-Json parse(std::string_view text);
+// How deeply arrays and objects may nest in text from outside. Everything that walks a parsed
+// value recursively (serialising it, describing a tool's input) relies on this bound.
+inline constexpr size_t kMaxDepth = 128;
 
-// Nesting deeper than this is refused by parseBounded: copying, comparing and printing a
-// value recurse once per level, so a hostile document could exhaust the stack.
-inline constexpr size_t kMaxDepth = 256;
-// Like parse, but text nested deeper than `maxDepth` is refused (discarded) before parsing.
+// Whether no array or object in `text` nests deeper than `maxDepth`; strings are skipped.
+bool nestsWithin(std::string_view text, size_t maxDepth = kMaxDepth);
+
+// Parses text, returning a discarded value on any error (no exceptions escape). Text nested
+// deeper than `maxDepth` is rejected before parsing, with a warning.
 Json parseBounded(std::string_view text, size_t maxDepth = kMaxDepth);
+// The same with the usual bound: the one way outside text becomes JSON.
+Json parse(std::string_view text);
 
 }  // namespace JsonField

@@ -10,6 +10,8 @@
 class JsonWriter {
  public:
   explicit JsonWriter(size_t reserve = 0) { out_.reserve(reserve); }
+  // Writes into `buffer`, emptied first, reusing the memory it holds.
+  explicit JsonWriter(std::string&& buffer) : out_(std::move(buffer)) { out_.clear(); }
 
   JsonWriter& beginObject();
   JsonWriter& endObject();

@@ -25,6 +25,7 @@ struct PullRequest {
   std::string state;   // "OPEN", "MERGED", "CLOSED"
   std::string checks;  // "pass", "fail", "pending" or empty
   std::string url;
+  bool operator==(const PullRequest&) const = default;
 };
 
 class PullRequests {

@@ -115,8 +115,15 @@ void Session::countTool(const std::string& tool, const Json& input, Date now) {
 
 Mood Session::shownMood(Date now) const {
   if (pending) return pending->is<Pending::Reply>() ? Mood::done : Mood::waiting;
-  if (mood == Mood::done && finishedAt && now - *finishedAt > 600) return Mood::idle;
+  if (mood == Mood::done && finishedAt && now - *finishedAt > kDoneFor) return Mood::idle;
   return mood;
+}
+
+int Session::clockPhase(Date now) const {
+  if (pending || mood != Mood::done || !finishedAt) return 0;
+  const Date age = now - *finishedAt;
+  if (age > kDoneFor) return 3;
+  return age < kSuccessFor ? 1 : 2;
 }
 
 std::string_view Session::pose(Date now) const {
@@ -130,7 +137,7 @@ std::string_view Session::pose(Date now) const {
       return "sleep";
     case Mood::done:
       if (!finishedAt) return "idle";
-      return now - *finishedAt < 30 ? "success" : "idle";
+      return now - *finishedAt < kSuccessFor ? "success" : "idle";
     case Mood::working: {
       if (!tools.empty() && tools.back().failed) return "error";
       // The prefixes are ASCII, so comparing ASCII-folded bytes is the same test as

@@ -120,6 +120,9 @@ struct TranscriptStats {
 
 struct Session {
   static constexpr size_t kMaxToolLines = 4;
+  // A finished turn shows as a success this long, and as done this long before it falls idle.
+  static constexpr double kSuccessFor = 30;
+  static constexpr double kDoneFor = 600;
 
   std::string id;
   Agent agent = Agent::claude;
@@ -155,6 +158,9 @@ struct Session {
 
   // The open request with this id, shown or queued.
   const Pending* request(const std::string& requestId) const;
+  // Set by the hub each time the session is stored, from a counter that never repeats: equal
+  // revisions mean equal sessions.
+  uint64_t revision = 0;
 
   // A tool call began: it becomes the only running line; at most four lines are kept.
   void pushTool(std::string label);
@@ -168,6 +174,9 @@ struct Session {
   Mood shownMood(Date now) const;
   // The mascot picture: "sleep", "idle", "success", "error", "write", "think", "alert", "listen".
   std::string_view pose(Date now) const;
+  // Which stretch of time, among those `shownMood` and `pose` tell apart, `now` falls in: what
+  // `write` produces changes with time only when this does.
+  int clockPhase(Date now) const;
   // The kind of host: "codex", "cursor", "terminal", "editor" or "desktop".
   std::string_view family() const;
   std::string headline() const;

@@ -1,12 +1,9 @@
 #include "integrations/codex_watcher.h"
 
 #include <dirent.h>
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <memory>
@@ -179,6 +176,7 @@ std::vector<std::string> CodexWatcher::dayDirs(WallTime now) const {
 
 void CodexWatcher::sweep() {
   const WallTime now = loop_.wall();
+  size_t budget = kSweepBudget;
   seen_.clear();
   for (const std::string& dir : dayDirs(now)) {
     DIR* listing = ::opendir(dir.c_str());
@@ -192,11 +190,10 @@ void CodexWatcher::sweep() {
       if (now - modified >= kStale) continue;
       std::string path = dir + '/';
       path += name;
-      const uint64_t size = static_cast<uint64_t>(st.st_size);
-      auto known = offsets_.find(path);
-      uint64_t from = known == offsets_.end() ? 0 : known->second;
-      if (from > size) from = 0;  // the log was rewritten: read it again from the start
-      if (from != size) read(path, from, size);
+      LineMark& mark = marks_[path];
+      // A log that was rewritten is read again from its start; what one sweep leaves unread
+      // waits for the next.
+      if (!mark.current(st) && budget > 0) budget -= std::min(budget, read(path, mark, budget));
       seen_.insert(std::move(path));
     }
     ::closedir(listing);
@@ -212,7 +209,7 @@ void CodexWatcher::sweep() {
       it = meta_.erase(it);
     }
   }
-  std::erase_if(offsets_, [&](const auto& entry) { return !seen_.count(entry.first); });
+  std::erase_if(marks_, [&](const auto& entry) { return !seen_.count(entry.first); });
   for (const std::string& id : ended) {
     // A session whose id another live log still carries stays.
     bool live = false;
@@ -221,37 +218,16 @@ void CodexWatcher::sweep() {
   }
 }
 
-void CodexWatcher::read(const std::string& path, uint64_t from, uint64_t to) {
-  if (to <= from) return;
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return;
-  std::string bytes(to - from, '\0');
-  size_t got = 0;
-  while (got < bytes.size()) {
-    const ssize_t n =
-        ::pread(fd, bytes.data() + got, bytes.size() - got, static_cast<off_t>(from + got));
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) break;
-    got += static_cast<size_t>(n);
-  }
-  ::close(fd);
-  bytes.resize(got);
-
-  // Only whole lines are consumed; a line still being written waits for its newline.
-  const size_t lastNewline = bytes.rfind('\n');
-  if (lastNewline == std::string::npos) return;
-  offsets_[path] = from + lastNewline + 1;
-
+size_t CodexWatcher::read(const std::string& path, LineMark& mark, size_t budget) {
   const WallTime now = loop_.wall();
-  std::string_view rest(bytes.data(), lastNewline);
-  while (!rest.empty()) {
-    const size_t end = std::min(rest.find('\n'), rest.size());
-    const std::string_view line = rest.substr(0, end);
-    rest.remove_prefix(std::min(end + 1, rest.size()));
-    if (line.empty()) continue;
-    const Json record = JsonField::parse(line);
-    if (record.is_object()) apply(record, path, now);
-  }
+  return reader_
+      .read(path, mark, budget,
+            [&](std::string_view line) {
+              if (line.empty()) return;
+              const Json record = JsonField::parse(line);
+              if (record.is_object()) apply(record, path, now);
+            })
+      .bytes;
 }
 
 void CodexWatcher::apply(const Json& record, const std::string& path, WallTime now) {

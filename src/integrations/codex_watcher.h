@@ -5,8 +5,8 @@
 // session "codex:<id>" through `Hub::codex`. A session whose log has been quiet for 45 minutes,
 // or whose file has left the two day directories, is taken out of the hub.
 //
-// Runs on the loop's thread only. Offsets and ids live in memory: after a restart every fresh
-// file is read again from its start, which rebuilds its session.
+// Runs on the loop's thread only. Read positions and ids live in memory: after a restart every
+// fresh file is read again from its start, which rebuilds its session.
 
 #include <cstdint>
 #include <optional>
@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "core/json.h"
+#include "core/line_reader.h"
 #include "core/loop.h"
 #include "core/session.h"
 
@@ -28,6 +29,8 @@ class CodexWatcher {
   static constexpr double kTolerance = 0.5;
   // A log unchanged for this long no longer counts as a running session.
   static constexpr double kStale = 2700.0;
+  // At most about this much of the logs is read in one sweep; the rest waits for the next.
+  static constexpr size_t kSweepBudget = 4u << 20;
 
   // `home` is the user's home directory; logs are read below home + "/.codex/sessions".
   CodexWatcher(Hub& hub, Loop& loop, std::string home);
@@ -54,15 +57,17 @@ class CodexWatcher {
     std::string cwd;
   };
 
-  // Consumes the complete lines between `from` and `to`; a trailing partial line waits.
-  void read(const std::string& path, uint64_t from, uint64_t to);
+  // Consumes the complete lines appended to a log, up to about `budget` bytes; a trailing
+  // partial line waits. Returns the bytes read.
+  size_t read(const std::string& path, LineMark& mark, size_t budget);
   // One decoded record; `now` is the date of records without a readable time stamp.
   void apply(const Json& record, const std::string& path, WallTime now);
 
   Hub& hub_;
   Loop& loop_;
   std::string root_;
-  std::unordered_map<std::string, uint64_t> offsets_;
+  std::unordered_map<std::string, LineMark> marks_;
+  LineReader reader_;
   std::unordered_map<std::string, Meta> meta_;
   std::optional<Loop::TaskId> timer_;
   std::unordered_set<std::string> seen_;  // this sweep's fresh logs

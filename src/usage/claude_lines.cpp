@@ -4,11 +4,13 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <charconv>
+#include <cmath>
 #include <cstring>
 
 #include "core/files.h"
-#include "usage/pricing.h"
 
 namespace ClaudeLines {
 namespace {
@@ -76,8 +78,10 @@ Value valueAt(const char* start, const char* stop) {
   return {std::string_view(start, stop - start), kind};
 }
 
-// Walks the members of the object at `p`, calling `member(key, value)` for each. Returns the
-// position past the object, or nullptr when it is not a well-formed object at this level.
+// Walks the members of the object at `p`. `member(key, value)` is called with each key and the
+// first character of its value and returns the position past the value, or nullptr when it is
+// malformed. Returns the position past the object, or nullptr when it is not a well-formed
+// object at this level.
 template <class F>
 const char* walkObject(const char* p, const char* end, F&& member) {
   if (p >= end || *p != '{') return nullptr;
@@ -91,9 +95,8 @@ const char* walkObject(const char* p, const char* end, F&& member) {
     p = skipSpace(keyEnd, end);
     if (p >= end || *p != ':') return nullptr;
     p = skipSpace(p + 1, end);
-    const char* valueEnd = skipValue(p, end);
+    const char* valueEnd = p < end ? member(key, p) : nullptr;
     if (!valueEnd) return nullptr;
-    member(key, p, valueEnd);
     p = skipSpace(valueEnd, end);
     if (p < end && *p == ',') {
       p = skipSpace(p + 1, end);
@@ -103,6 +106,29 @@ const char* walkObject(const char* p, const char* end, F&& member) {
     return nullptr;
   }
   return nullptr;
+}
+
+// Backwards: `p` is just past a closing quote; returns the position of the opening quote, or
+// nullptr. Inside a string every quote is escaped, by an odd run of backslashes.
+const char* stringBack(const char* begin, const char* p) {
+  auto escaped = [begin](const char* q) {
+    const char* b = q;
+    while (b > begin && b[-1] == '\\') --b;
+    return ((q - b) & 1) != 0;
+  };
+  const char* q = p - 1;
+  if (escaped(q)) return nullptr;
+  while (q > begin) {
+    q = static_cast<const char*>(memrchr(begin, '"', q - begin));
+    if (!q) return nullptr;
+    if (!escaped(q)) return q;
+  }
+  return nullptr;
+}
+
+const char* skipSpaceBack(const char* begin, const char* p) {
+  while (p > begin && isSpace(p[-1])) --p;
+  return p;
 }
 
 Value* topField(Line& line, std::string_view key) {
@@ -176,17 +202,109 @@ bool scan(std::string_view text, Line& line) {
   line = Line{};
   const char* end = text.data() + text.size();
   const char* p = skipSpace(text.data(), end);
-  return walkObject(p, end, [&](std::string_view key, const char* start, const char* stop) {
-           if (key == "message") {
-             if (*start != '{') return;
-             // A malformed message leaves the fields read so far.
-             walkObject(start, stop, [&](std::string_view k, const char* s, const char* e) {
-               if (Value* field = messageField(line, k)) *field = valueAt(s, e);
-             });
-           } else if (Value* field = topField(line, key)) {
-             *field = valueAt(start, stop);
+  return walkObject(p, end, [&](std::string_view key, const char* start) -> const char* {
+           if (key == "message" && *start == '{') {
+             // The message is walked once, its fields picked out on the way. A malformed one
+             // leaves the fields read so far.
+             const char* stop =
+                 walkObject(start, end, [&](std::string_view k, const char* s) -> const char* {
+                   const char* e = skipValue(s, end);
+                   if (Value* field = messageField(line, k); field && e) *field = valueAt(s, e);
+                   return e;
+                 });
+             return stop ? stop : skipValue(start, end);
            }
+           const char* stop = skipValue(start, end);
+           if (Value* field = topField(line, key); field && stop) *field = valueAt(start, stop);
+           return stop;
          }) != nullptr;
+}
+
+std::optional<Tail> scanTail(std::string_view text, int maxMembers) {
+  const char* const begin = text.data();
+  const char* p = skipSpaceBack(begin, begin + text.size());
+  if (p == begin || p[-1] != '}') return std::nullopt;
+  p = skipSpaceBack(begin, p - 1);
+  Tail tail;
+  bool typeSeen = false, timestampSeen = false;
+  for (int members = 0; members < maxMembers && !(typeSeen && timestampSeen); ++members) {
+    if (p == begin) return tail;
+    const char* valueStart;
+    if (p[-1] == '"') {
+      valueStart = stringBack(begin, p);
+    } else {
+      valueStart = p;
+      while (valueStart > begin && !isSpace(valueStart[-1]) &&
+             !std::strchr(",:{}[]\"", valueStart[-1]))
+        --valueStart;
+      if (valueStart == p) valueStart = nullptr;  // an object, an array or no value
+    }
+    if (!valueStart) return tail;
+    const char* colon = skipSpaceBack(begin, valueStart);
+    if (colon == begin || colon[-1] != ':') return tail;
+    const char* keyEnd = skipSpaceBack(begin, colon - 1);
+    if (keyEnd == begin || keyEnd[-1] != '"') return tail;
+    const char* keyStart = stringBack(begin, keyEnd);
+    if (!keyStart) return tail;
+    const std::string_view key(keyStart + 1, keyEnd - keyStart - 2);
+    // Read backwards, the first of a repeated key is the one a forward scan keeps.
+    if (key == "type" && !typeSeen) {
+      tail.type = valueAt(valueStart, p);
+      typeSeen = true;
+    } else if (key == "timestamp" && !timestampSeen) {
+      tail.timestamp = valueAt(valueStart, p);
+      timestampSeen = true;
+    }
+    p = skipSpaceBack(begin, keyStart);
+    if (p > begin && p[-1] == ',') {
+      p = skipSpaceBack(begin, p - 1);
+      continue;
+    }
+    tail.whole = p > begin && p[-1] == '{' && skipSpaceBack(begin, p - 1) == begin;
+    return tail;
+  }
+  return tail;
+}
+
+Pricing::Usage usageOf(std::string_view json) {
+  const char* end = json.data() + json.size();
+  // A JSON number; anything else reads as nothing.
+  auto number = [end](const char* s, const char* e) -> std::optional<double> {
+    if (s >= e || !(*s == '-' || (*s >= '0' && *s <= '9'))) return std::nullopt;
+    double v = 0;
+    const auto [stop, error] = std::from_chars(s, e, v);
+    if (error != std::errc() || stop != e || !std::isfinite(v)) return std::nullopt;
+    return v;
+  };
+  Pricing::Usage u;
+  auto set = [&](double& field, const char* s, const char* e) {
+    if (auto v = number(s, e)) field = *v;
+  };
+  const char* stop = walkObject(
+      skipSpace(json.data(), end), end, [&](std::string_view key, const char* s) -> const char* {
+        const char* e = skipValue(s, end);
+        if (!e) return nullptr;
+        if (key == "input_tokens") {
+          set(u.input, s, e);
+        } else if (key == "output_tokens") {
+          set(u.output, s, e);
+        } else if (key == "cache_read_input_tokens") {
+          set(u.cacheRead, s, e);
+        } else if (key == "cache_creation_input_tokens") {
+          set(u.cacheCreation, s, e);
+        } else if (key == "cache_creation" && *s == '{') {
+          u.split = true;
+          walkObject(s, e, [&](std::string_view k, const char* vs) -> const char* {
+            const char* ve = skipValue(vs, e);
+            if (!ve) return nullptr;
+            if (k == "ephemeral_1h_input_tokens") set(u.oneHour, vs, ve);
+            if (k == "ephemeral_5m_input_tokens") u.fiveMinute = number(vs, ve);
+            return ve;
+          });
+        }
+        return e;
+      });
+  return stop ? u : Pricing::Usage{};
 }
 
 std::optional<std::string> text(const Value& value) {
@@ -265,10 +383,12 @@ void MessageLedger::record(const Line& line) {
 void MessageLedger::settle(
     const std::function<void(const Count* before, const Count& after)>& change) {
   for (Entry* entry : dirty_) {
-    const Json usage = JsonField::parse(entry->usage);
-    Count after{
-        entry->model, Pricing::cost(entry->model, usage),
-        JsonField::integer(usage, "input_tokens") + JsonField::integer(usage, "output_tokens")};
+    const Pricing::Usage usage = usageOf(entry->usage);
+    auto whole = [](double tokens) {
+      return static_cast<int64_t>(std::clamp(tokens, -9.2e18, 9.2e18));
+    };
+    Count after{entry->model, Pricing::cost(entry->model, usage),
+                whole(usage.input) + whole(usage.output)};
     change(entry->counted ? &*entry->counted : nullptr, after);
     entry->counted = std::move(after);
     entry->dirty = false;
@@ -280,36 +400,6 @@ void MessageLedger::settle(
 void MessageLedger::clear() {
   entries_.clear();
   dirty_.clear();
-}
-
-int64_t readLines(int fd, int64_t from, const std::function<void(std::string_view)>& line) {
-  // Small appends are the common case; the buffer grows for large reads and long lines.
-  constexpr size_t kLargest = 4 << 20;
-  std::string buffer(1 << 16, '\0');
-  size_t held = 0;  // bytes of an unfinished line at the front of the buffer
-  int64_t consumed = from;
-  int64_t position = from;
-  for (bool grow = false;;) {
-    if (grow || buffer.size() - held < buffer.size() / 2) buffer.resize(buffer.size() * 2);
-    const size_t want = buffer.size() - held;
-    const ssize_t n = pread(fd, buffer.data() + held, want, position);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) break;
-    grow = static_cast<size_t>(n) == want && buffer.size() < kLargest;
-    position += n;
-    const char* start = buffer.data();
-    const char* end = buffer.data() + held + n;
-    const char* scanFrom = start + held;
-    while (const char* nl = static_cast<const char*>(
-               memchr(scanFrom, '\n', static_cast<size_t>(end - scanFrom)))) {
-      line(std::string_view(start, nl - start));
-      start = scanFrom = nl + 1;
-    }
-    consumed += start - buffer.data();
-    held = static_cast<size_t>(end - start);
-    if (held > 0 && start != buffer.data()) memmove(buffer.data(), start, held);
-  }
-  return consumed;
 }
 
 void forEachTranscript(const std::string& root,

@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "core/json.h"
+#include "usage/pricing.h"
 
 namespace ClaudeLines {
 
@@ -47,6 +48,22 @@ struct Line {
 
 // Scans one line; false when it is not a JSON object.
 bool scan(std::string_view text, Line& line);
+
+// The "type" and "timestamp" of a line as read backwards from its end, where Claude Code writes
+// them, without looking at the rest of the line. The walk stops at the first member whose value
+// is an object or array, after `maxMembers` members, or at anything that does not end a JSON
+// object. `whole` tells that it reached the line's opening brace, so an absent field is absent.
+// Nothing at all when the line does not end like an object. On a well-formed line the fields
+// found are those `scan` finds.
+struct Tail {
+  Value type, timestamp;
+  bool whole = false;
+};
+std::optional<Tail> scanTail(std::string_view text, int maxMembers = 8);
+
+// The figures of a "usage" object's JSON text, read without building a tree. Text that is not
+// an object gives all zeros.
+Pricing::Usage usageOf(std::string_view json);
 
 // The decoded text of a string value; nothing for any other kind.
 std::optional<std::string> text(const Value& value);
@@ -92,21 +109,6 @@ class MessageLedger {
   std::vector<Entry*> dirty_;
   uint64_t anonymous_ = 0;
 };
-
-// Where reading a file stopped: the end of its last complete line, and the file's identity and
-// state at that time.
-struct FileMark {
-  dev_t device = 0;
-  ino_t inode = 0;
-  int64_t size = -1;
-  int64_t mtimeNs = -1;
-  int64_t offset = 0;
-};
-
-// Reads the complete lines of the open file `fd` from `from` on, passing each one without its
-// line break to `line`. A last line without a line break is left for a later call. Returns the
-// offset just past the last complete line.
-int64_t readLines(int fd, int64_t from, const std::function<void(std::string_view)>& line);
 
 // The transcript files of a projects directory ("<root>/<project>/<session>.jsonl"), each with
 // its stat record. Unreadable directories are skipped.

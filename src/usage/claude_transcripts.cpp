@@ -1,8 +1,6 @@
 #include "usage/claude_transcripts.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -60,7 +58,7 @@ int64_t contextOf(const std::string& usageText) {
 struct ClaudeTranscripts::State {
   enum class Turn { unknown, answered, prompted, over };
 
-  ClaudeLines::FileMark mark;
+  LineMark mark;
   TranscriptStats stats;
   ClaudeLines::MessageLedger ledger;
   std::string contextUsage;  // usage of the latest main-thread message, not yet counted
@@ -150,27 +148,26 @@ ClaudeTranscripts::ClaudeTranscripts() = default;
 ClaudeTranscripts::~ClaudeTranscripts() = default;
 
 std::optional<TranscriptStats> ClaudeTranscripts::update(const std::string& path) {
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return std::nullopt;
-  struct stat info;
-  if (fstat(fd, &info) != 0) {
-    close(fd);
+  auto& state = files_[path];
+  if (!state) state = std::make_unique<State>();
+  bool read = false;
+  const LineReader::Result result = reader_.read(
+      path, state->mark, kSlice,
+      [&](std::string_view l) {
+        state->apply(l);
+        read = true;
+      },
+      [&] {
+        // The reader holds the mark: the figures start again, the mark stays.
+        const LineMark mark = state->mark;
+        *state = State();
+        state->mark = mark;
+      });
+  if (!result.regular) {
+    files_.erase(path);
     return std::nullopt;
   }
-  auto& state = files_[path];
-  if (!state || state->mark.device != info.st_dev || state->mark.inode != info.st_ino ||
-      info.st_size < state->mark.offset) {
-    state = std::make_unique<State>();
-    state->mark.device = info.st_dev;
-    state->mark.inode = info.st_ino;
-  }
-  if (info.st_size != state->mark.offset) {
-    state->mark.offset = ClaudeLines::readLines(fd, state->mark.offset,
-                                                [&](std::string_view l) { state->apply(l); });
-    state->finish();
-  }
-  state->mark.size = info.st_size;
-  close(fd);
+  if (read || result.restarted) state->finish();
   return state->stats;
 }
 

@@ -9,6 +9,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "core/line_reader.h"
 #include "core/loop.h"
 #include "core/ports.h"
 #include "usage/claude_lines.h"
@@ -16,17 +17,19 @@
 // Reads Claude Code transcript files (~/.claude/projects/<project>/<session>.jsonl). Each call
 // reads only what was appended since the previous call for that path and updates the running
 // figures; a last line still being written is read once it is complete, and a file that
-// shrank or was replaced is read again from the start.
+// shrank or was replaced is read again from the start. One call reads at most about `kSlice`
+// bytes: a long transcript is taken in over several calls.
 class ClaudeTranscripts final : public TranscriptReader {
  public:
   // Sessions on the one-million-token context window: a model id marked "[1m]", or a context
   // larger than the standard window.
   static constexpr int64_t kLongContextWindow = 1'000'000;
+  static constexpr size_t kSlice = 32u << 20;
 
   ClaudeTranscripts();
   ~ClaudeTranscripts() override;
 
-  // Nothing when the file cannot be opened.
+  // Nothing when the file cannot be opened or is not a regular file.
   std::optional<TranscriptStats> update(const std::string& path) override;
   // Drops what is kept for a transcript (its next update reads it from the start).
   void forget(const std::string& path);
@@ -34,6 +37,7 @@ class ClaudeTranscripts final : public TranscriptReader {
  private:
   struct State;
   std::unordered_map<std::string, std::unique_ptr<State>> files_;
+  LineReader reader_;
 };
 
 // Claude Code transcripts changed in the last two hours, newest first, at most twelve: the

@@ -63,24 +63,38 @@ std::optional<Rate> rate(std::string_view model) {
   return std::nullopt;
 }
 
-double cost(std::string_view model, const Json& usage) {
-  const auto r = rate(model);
-  if (!r) return 0;
-  const double created = JsonField::num(usage, "cache_creation_input_tokens");
-  double oneHour = 0;
-  double fiveMinute = created;
+Usage Usage::of(const Json& usage) {
+  Usage u;
+  u.input = JsonField::num(usage, "input_tokens");
+  u.output = JsonField::num(usage, "output_tokens");
+  u.cacheRead = JsonField::num(usage, "cache_read_input_tokens");
+  u.cacheCreation = JsonField::num(usage, "cache_creation_input_tokens");
   if (const Json* creation = JsonField::find(usage, "cache_creation");
       creation && creation->is_object()) {
-    oneHour = JsonField::num(*creation, "ephemeral_1h_input_tokens");
-    const Json* given = JsonField::find(*creation, "ephemeral_5m_input_tokens");
-    fiveMinute =
-        given && given->is_number() ? given->get<double>() : std::max(0.0, created - oneHour);
+    u.split = true;
+    u.oneHour = JsonField::num(*creation, "ephemeral_1h_input_tokens");
+    if (const Json* given = JsonField::find(*creation, "ephemeral_5m_input_tokens");
+        given && given->is_number())
+      u.fiveMinute = given->get<double>();
   }
-  const double input = JsonField::num(usage, "input_tokens") + kFiveMinuteWrite * fiveMinute +
-                       kOneHourWrite * oneHour;
-  return (r->input * input + r->cacheRead * JsonField::num(usage, "cache_read_input_tokens") +
-          r->output * JsonField::num(usage, "output_tokens")) /
-         1'000'000;
+  return u;
+}
+
+double cost(std::string_view model, const Usage& u) {
+  const auto r = rate(model);
+  if (!r) return 0;
+  double oneHour = 0;
+  double fiveMinute = u.cacheCreation;
+  if (u.split) {
+    oneHour = u.oneHour;
+    fiveMinute = u.fiveMinute.value_or(std::max(0.0, u.cacheCreation - oneHour));
+  }
+  const double input = u.input + kFiveMinuteWrite * fiveMinute + kOneHourWrite * oneHour;
+  return (r->input * input + r->cacheRead * u.cacheRead + r->output * u.output) / 1'000'000;
+}
+
+double cost(std::string_view model, const Json& usage) {
+  return cost(model, Usage::of(usage));
 }
 
 // The family is the first all-letter part after "claude-"; the version is the run of short

@@ -18,8 +18,24 @@ struct Rate {
   long window = 0;
 };
 
+// The figures of one transcript "usage" object that its price depends on; absent or non-number
+// figures are 0.
+struct Usage {
+  double input = 0;
+  double output = 0;
+  double cacheRead = 0;
+  double cacheCreation = 0;
+  // The split of the cache writes, when the object carries "cache_creation".
+  bool split = false;
+  double oneHour = 0;
+  std::optional<double> fiveMinute;
+
+  static Usage of(const Json& usage);
+};
+
 std::optional<Rate> rate(std::string_view model);
 // Dollars for one transcript "usage" object; 0 for a model without a rate.
+double cost(std::string_view model, const Usage& usage);
 double cost(std::string_view model, const Json& usage);
 // "claude-opus-4-5-20251101" → "Opus 4.5".
 std::string label(std::string_view model);

@@ -1,10 +1,8 @@
 #include "usage/usage_meter.h"
 
-#include <fcntl.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <time.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
@@ -63,6 +61,18 @@ void UsageMeter::startDay(WallTime now) {
 }
 
 bool UsageMeter::mayCount(std::string_view line) const {
+  auto today = [this](const ClaudeLines::Value& stamp) {
+    if (!stamp.isString()) return false;
+    const std::string_view date = stamp.raw.substr(0, 10);
+    return std::find(utcDates_.begin(), utcDates_.end(), date) != utcDates_.end();
+  };
+  // Claude Code writes a line's type and time stamp last: most lines are decided at their end
+  // without reading the rest, above all the long tool results.
+  if (const auto tail = ClaudeLines::scanTail(line)) {
+    const bool typeKnown = tail->type.kind != 0 || tail->whole;
+    if (typeKnown && !tail->type.is("assistant")) return false;
+    if (typeKnown && (tail->timestamp.kind != 0 || tail->whole)) return today(tail->timestamp);
+  }
   const char* p = line.data();
   const char* end = p + line.size();
   if (!search(p, end, kAssistant)) return false;
@@ -88,25 +98,16 @@ void UsageMeter::read(std::string_view text) {
 }
 
 void UsageMeter::scan(const std::string& path, const struct stat& info) {
-  ClaudeLines::FileMark& mark = files_[path];
-  const int64_t mtime = nanos(info.st_mtim);
-  const bool sameFile = mark.device == info.st_dev && mark.inode == info.st_ino;
-  if (sameFile && mark.size == info.st_size && mark.mtimeNs == mtime) return;
-  // A file that was replaced or rewritten shorter is read again; the ledger keeps its
-  // messages from being counted twice.
-  if (!sameFile || info.st_size < mark.offset) mark.offset = 0;
-  mark.device = info.st_dev;
-  mark.inode = info.st_ino;
-  mark.size = info.st_size;
-  mark.mtimeNs = mtime;
-  if (static_cast<double>(mtime) / 1e9 < dayStart_) {
-    mark.offset = info.st_size;
+  LineMark& mark = files_[path];
+  if (mark.current(info)) return;
+  // A file last changed before today began holds no message of today: only what is appended
+  // to it later is read. A file that was replaced or rewritten shorter is read again; the
+  // ledger keeps its messages from being counted twice.
+  if (static_cast<double>(nanos(info.st_mtim)) / 1e9 < dayStart_) {
+    mark.skipTo(info);
     return;
   }
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return;
-  mark.offset = ClaudeLines::readLines(fd, mark.offset, [this](std::string_view l) { read(l); });
-  close(fd);
+  reader_.read(path, mark, LineReader::kUnlimited, [this](std::string_view l) { read(l); });
 }
 
 Json UsageMeter::snapshot() {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "core/json.h"
+#include "core/line_reader.h"
 #include "core/loop.h"
 #include "usage/claude_lines.h"
 
@@ -46,7 +47,8 @@ class UsageMeter {
   WallTime dayEnd_ = 0;
   // The UTC dates ("YYYY-MM-DD") that today's local day overlaps, as timestamps carry them.
   std::vector<std::string> utcDates_;
-  std::unordered_map<std::string, ClaudeLines::FileMark> files_;
+  std::unordered_map<std::string, LineMark> files_;
+  LineReader reader_;
   ClaudeLines::MessageLedger ledger_;
   std::map<std::string, Totals> byModel_;
 };
