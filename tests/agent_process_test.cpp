@@ -41,6 +41,7 @@ TEST_F(HubTest, SweepKeepsTheSessionOfAnAgentWhoseHookRunsThroughAScript) {
   namespace fs = std::filesystem;
   const std::string dir = home.path();
   fs::create_directories(dir + "/.vantler/run");
+  fs::permissions(dir + "/.vantler/run", fs::perms::owner_all);  // the hook trusts no other
   sockaddr_un addr{};
   addr.sun_family = AF_UNIX;
   std::strncpy(addr.sun_path, (dir + "/.vantler/run/vantler.sock").c_str(),

@@ -41,11 +41,17 @@ struct Ev {
   bool matcher;
   int timeout;
 };
-const std::vector<Ev> kClaudeEvents = {
-    {"SessionStart", false, 10},       {"SessionEnd", false, 10},  {"UserPromptSubmit", false, 10},
-    {"PreToolUse", true, 10},          {"PostToolUse", true, 10},  {"PostToolUseFailure", true, 10},
-    {"PermissionRequest", true, 86400}, {"Notification", true, 10}, {"Stop", false, 600},
-    {"SubagentStop", false, 10},       {"PreCompact", false, 10}};
+const std::vector<Ev> kClaudeEvents = {{"SessionStart", false, 10},
+                                       {"SessionEnd", false, 10},
+                                       {"UserPromptSubmit", false, 10},
+                                       {"PreToolUse", true, 10},
+                                       {"PostToolUse", true, 10},
+                                       {"PostToolUseFailure", true, 10},
+                                       {"PermissionRequest", true, 86400},
+                                       {"Notification", true, 10},
+                                       {"Stop", false, 600},
+                                       {"SubagentStop", false, 10},
+                                       {"PreCompact", false, 10}};
 const std::vector<Ev> kCodexEvents = {
     {"SessionStart", false, 0}, {"SessionEnd", false, 0},           {"UserPromptSubmit", false, 0},
     {"PreToolUse", true, 0},    {"PermissionRequest", true, 86400}, {"PostToolUse", true, 0},
@@ -274,11 +280,11 @@ TEST_F(InstallerFiles, RefusesFilesItCannotEditAndLeavesThemUntouched) {
       {"{\n  \"model\": \"opus\",\n  \"hooks\": {\n",
        "~/.claude/settings.json is not valid JSON (line 3: syntax error while parsing object key "
        "- unexpected end of input; expected string literal); left it untouched"},
-      {std::string(300, '[') + std::string(300, ']'), "(line 1: nested more than 256 levels deep)"},
+      {std::string(300, '[') + std::string(300, ']'), "(line 1: nested more than 128 levels deep)"},
       {R"({"hooks": "echo hi"})", R"(~/.claude/settings.json: "hooks" is not an object)"},
       {R"({"hooks": {"Stop": {"command": "x"}}})", R"(the "Stop" hooks are not a list)"},
       {R"({"hooks": {}, "x": )" + std::string(500, '[') + std::string(500, ']') + "}",
-       "settings.json nests deeper than 128 levels; left it untouched"},
+       "(line 1: nested more than 128 levels deep); left it untouched"},
   };
   std::string settings = at("/.claude/settings.json");
   for (const Case& c : cases) {
@@ -380,7 +386,7 @@ TEST_F(CursorInstaller, KeepsTheUsersVersionOrStartsAtOne) {
   put(file, text);
   CursorHooks::install();
   EXPECT_EQ(readJson(file)["version"], 2);
-  EXPECT_EQ(readJson(file)["hooks"]["stop"][1], (Json{{"command", kCursorStop}, {"timeout", 60}}));
+  EXPECT_EQ(readJson(file)["hooks"]["stop"][1], (Json{{"command", kCursorStop}, {"timeout", 600}}));
   EXPECT_TRUE(CursorHooks::isInstalled());
   CursorHooks::uninstall();
   EXPECT_EQ(slurp(file), text);

@@ -14,6 +14,7 @@
 #include "core/defaults.h"
 #include "core/files.h"
 #include "core/hub.h"
+#include "core/json.h"
 #include "core/linux_glib_loop.h"
 #include "integrations/codex_watcher.h"
 #include "integrations/github.h"
@@ -48,6 +49,9 @@ void refreshHooks() {
 int run(const Options& options) {
   ::signal(SIGPIPE, SIG_IGN);
   Instance::raiseFileLimit();
+  JsonField::depthRejected = +[](size_t bytes, size_t depth) {
+    g_warning("Vantler: dropped %zu bytes of JSON nested deeper than %zu levels", bytes, depth);
+  };
   const std::string home = Files::home();
   std::string error;
   std::optional<Instance> instance = Instance::acquire(home, options.replace, error);

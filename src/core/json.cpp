@@ -3,8 +3,6 @@
 #include <cmath>
 #include <limits>
 
-#include <glib.h>
-
 namespace JsonField {
 
 const Json* find(const Json& obj, std::string_view key) {
@@ -77,6 +75,8 @@ std::string compactOrEmpty(const Json& value) {
   }
 }
 
+void (*depthRejected)(size_t bytes, size_t maxDepth) = nullptr;
+
 bool nestsWithin(std::string_view text, size_t maxDepth) {
   size_t depth = 0;
   for (size_t i = 0; i < text.size(); ++i) {
@@ -103,8 +103,7 @@ bool nestsWithin(std::string_view text, size_t maxDepth) {
 
 Json parseBounded(std::string_view text, size_t maxDepth) {
   if (!nestsWithin(text, maxDepth)) {
-    g_warning("Vantler: dropped %zu bytes of JSON nested deeper than %zu levels", text.size(),
-              maxDepth);
+    if (depthRejected) depthRejected(text.size(), maxDepth);
     return Json(Json::value_t::discarded);
   }
   return Json::parse(text.begin(), text.end(), nullptr, false);

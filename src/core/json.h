@@ -38,8 +38,11 @@ inline constexpr size_t kMaxDepth = 128;
 // Whether no array or object in `text` nests deeper than `maxDepth`; strings are skipped.
 bool nestsWithin(std::string_view text, size_t maxDepth = kMaxDepth);
 
+// Told of every text refused for its depth (the app logs it; the hook stays silent).
+extern void (*depthRejected)(size_t bytes, size_t maxDepth);
+
 // Parses text, returning a discarded value on any error (no exceptions escape). Text nested
-// deeper than `maxDepth` is rejected before parsing, with a warning.
+// deeper than `maxDepth` is rejected before parsing, and `depthRejected` is told.
 Json parseBounded(std::string_view text, size_t maxDepth = kMaxDepth);
 // The same with the usual bound: the one way outside text becomes JSON.
 Json parse(std::string_view text);

@@ -13,7 +13,7 @@ namespace JsonText {
 
 // Deeper nesting is refused: no settings file needs it, and copying or comparing such a value
 // would recurse that deep.
-inline constexpr size_t kMaxDepth = 256;
+inline constexpr size_t kMaxDepth = JsonField::kMaxDepth;
 
 struct Parsed {
   Json value;         // discarded when the text is not valid JSON
