@@ -7,7 +7,9 @@ what=${1:-all}
 build_pkgs=(build-essential cmake ninja-build pkg-config git
   nlohmann-json3-dev libglib2.0-dev libicu-dev
   libgtest-dev libgmock-dev libbenchmark-dev)
-test_pkgs=(clang libclang-rt-14-dev)
+test_pkgs=(clang libclang-rt-14-dev
+  xvfb openbox xcompmgr xdotool x11-utils imagemagick at-spi2-core python3-gi gir1.2-gtk-3.0
+  python3-pyatspi sway grim wayvnc)
 web_pkgs=(nodejs npm chromium)
 
 case "$what" in
