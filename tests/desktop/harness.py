@@ -252,9 +252,6 @@ class Desktop:
             proc.stop()
         del self.procs[keep:]
 
-    def stop_all_apps(self):
-        self.stop_all(self.base)
-
     def clicker(self):
         """A window filling the screen in BACKGROUND that logs the clicks it receives."""
         proc = self.start(['/usr/bin/python3', os.path.join(HERE, 'clicker.py')], name='clicker')
@@ -322,29 +319,37 @@ def extents(node):
     return e.x, e.y, e.width, e.height
 
 
-def run(cases, session):
-    """Runs each case (or those named on the command line) and reports; exit status 1 if any
-    failed."""
+def main(desktop, cases, tools):
+    """Sets up the desktop and runs each case (or those named after the build directory);
+    exit status 1 if any failed, 77 when a tool the desktop needs is missing."""
+    for tool in tools:
+        if not shutil.which(tool):
+            skip(f'{tool} is not installed')
+    need_system_python()
+    if len(sys.argv) < 2:
+        sys.exit(f'usage: {sys.argv[0]} BUILD_DIR [case ...]')
+    session = desktop(sys.argv[1])
     chosen = sys.argv[2:] or [c.__name__ for c in cases]
     failed = []
     try:
-        for case in cases:
-            if case.__name__ not in chosen:
-                continue
+        session.setup()
+        for case in (c for c in cases if c.__name__ in chosen):
             started = time.monotonic()
             try:
                 case(session)
                 print(f'ok   {case.__name__} ({time.monotonic() - started:.1f} s)', flush=True)
             except Exception as e:
                 failed.append(case.__name__)
-                detail = str(e) if isinstance(e, Failure) else traceback.format_exc()
-                print(f'FAIL {case.__name__}: {detail}', flush=True)
-                for proc in session.procs:
+                print(f'FAIL {case.__name__}: ' +
+                      (str(e) if isinstance(e, Failure) else traceback.format_exc()), flush=True)
+                for proc in session.procs[session.base:]:
                     if 'vantler' in proc.argv[0] and proc.output():
                         print(f'  [{" ".join(proc.argv[1:]) or "app"}] ' +
                               proc.output()[-1500:].replace('\n', '\n  '))
             finally:
-                session.stop_all_apps()
+                session.stop_all(session.base)
+    except Failure as e:
+        sys.exit(f'FAIL setting up the desktop: {e}')
     finally:
         session.close()
     print(f'{len(chosen) - len(failed)} of {len(chosen)} passed' +

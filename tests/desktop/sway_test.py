@@ -6,12 +6,11 @@ Usage: sway_test.py BUILD_DIR [case ...]"""
 import json
 import os
 import pwd
-import shutil
 import subprocess
 import sys
 
-from harness import (H, W, Desktop, Failure, check, fixture, need_system_python, opened, run,
-                     skip, top_pill, wait_for)
+sys.dont_write_bytecode = True  # keep the source tree clean
+from harness import H, W, Desktop, check, fixture, main, opened, skip, top_pill, wait_for
 
 USER = 'vantlertest'  # sway refuses to run as root
 
@@ -123,19 +122,5 @@ def peek_then_quit_releases(s):
 
 
 if __name__ == '__main__':
-    for tool in ('sway', 'grim', 'wayvnc'):
-        if not shutil.which(tool):
-            skip(f'{tool} is not installed')
-    need_system_python()
-    if len(sys.argv) < 2:
-        sys.exit(__doc__)
-    session = Sway(sys.argv[1])
-    try:
-        session.setup()
-    except SystemExit:
-        session.close()
-        raise
-    except Failure as e:
-        session.close()
-        sys.exit(f'FAIL starting sway: {e}')
-    run([layer_surface_pill_click_through_and_hover, peek_then_quit_releases], session)
+    main(Sway, [layer_surface_pill_click_through_and_hover, peek_then_quit_releases],
+         ('sway', 'grim', 'wayvnc'))

@@ -4,12 +4,12 @@
 Usage: x11_test.py BUILD_DIR [case ...]"""
 import json
 import os
-import shutil
 import subprocess
 import sys
 
-from harness import (H, W, Desktop, Failure, accessible, centre, check, extents, fixture,
-                     need_system_python, opened, pill, press, run, skip, top_pill, wait_for)
+sys.dont_write_bytecode = True  # keep the source tree clean
+from harness import (H, W, Desktop, accessible, centre, check, extents, fixture, main, opened,
+                     pill, press, top_pill, wait_for)
 
 PERMISSION_ALLOWED = {'hookSpecificOutput': {'hookEventName': 'PermissionRequest',
                                              'decision': {'behavior': 'allow'}}}
@@ -198,20 +198,7 @@ def no_display(s):
 
 
 if __name__ == '__main__':
-    if not shutil.which('Xvfb'):
-        skip('Xvfb is not installed')
-    need_system_python()
-    if len(sys.argv) < 2:
-        sys.exit(__doc__)
-    session = X11(sys.argv[1])
-    try:
-        session.setup()
-    except SystemExit:
-        session.close()
-        raise
-    except Failure as e:
-        session.close()
-        sys.exit(f'FAIL setting up the display: {e}')
-    run([rest_hover_and_click_through, peek_and_allow, reply_typed_in_panel,
+    main(X11, [rest_hover_and_click_through, peek_and_allow, reply_typed_in_panel,
          drag_and_remembered_place, second_instance_takes_over, commands_and_themes,
-         onboarding_and_login_item, no_display], session)
+         onboarding_and_login_item, no_display],
+         ('Xvfb',))
