@@ -14,7 +14,9 @@ win = Gtk.Window(title='clicker')
 win.set_decorated(False)
 geometry = win.get_screen().get_display().get_monitor(0).get_geometry()
 win.move(0, 0)
-win.set_default_size(geometry.width, geometry.height)
+# One row short of the screen: a window manager may take a window that covers the whole screen
+# for a full-screen one and stack it above everything.
+win.set_default_size(geometry.width, geometry.height - 1)
 css = Gtk.CssProvider()
 css.load_from_data(b'window { background: rgb(%d, %d, %d); }' % BACKGROUND)
 Gtk.StyleContext.add_provider_for_screen(win.get_screen(), css, 800)

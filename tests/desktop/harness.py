@@ -177,9 +177,15 @@ class Desktop:
                     os.path.join(self.tmp, f'{what}.log'), pass_fds=(w,))
         self.procs.append(proc)
         os.close(w)
-        ready, _, _ = select.select([r], [], [], seconds)
-        line = os.read(r, 4096).decode().strip() if ready else ''
+        data, deadline = b'', time.monotonic() + seconds
+        while b'\n' not in data and \
+                select.select([r], [], [], max(0, deadline - time.monotonic()))[0]:
+            chunk = os.read(r, 4096)
+            if not chunk:
+                break
+            data += chunk
         os.close(r)
+        line = data.decode().strip()
         check(line, f'{what} did not start: {proc.output()[-500:]}')
         return line
 
@@ -229,7 +235,7 @@ class Desktop:
         if self.pointer:  # a compositor that draws the pointer into its screenshots
             x, y = self.pointer
             img.paint((x - 2, y - 2, x + 32, y + 32), BACKGROUND)
-        return img.drawn(BACKGROUND)[0], img
+        return img.drawn(BACKGROUND, (0, 0, W, H - 1))[0], img
 
     def wait_drawn(self, shape, seconds, what, name=None):
         try:
