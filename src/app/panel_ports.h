@@ -82,6 +82,8 @@ struct PanelEvents {
   std::function<void()> screensChanged;
   std::function<void()> themeChanged;
   std::function<void()> escape;
+  // The window lost keyboard focus (the user clicked elsewhere): keyboard mode ends.
+  std::function<void()> focusLost;
 };
 
 // The rest of the desktop: everything the page's commands reach outside the panel.
@@ -90,7 +92,8 @@ class Desktop {
   virtual ~Desktop() = default;
   virtual void copyText(const std::string& text) = 0;
   virtual void openUri(const std::string& uri) = 0;
-  virtual void showMenu() = 0;
+  // Pops the application menu up at the pointer; `closed` runs once when it goes away.
+  virtual void showMenu(std::function<void()> closed) = 0;
   virtual void quit() = 0;
   virtual bool prefersDark() const = 0;
   // One line per mechanism chosen at start ("session: x11", "panel: layer-shell", …).
@@ -99,3 +102,47 @@ class Desktop {
 
 // Sends a named message to the page ("state", "pointer", "keys", …).
 using PageSend = std::function<void(const std::string& name, Json payload)>;
+
+// Dictation as the panel drives it. Results arrive through the callbacks on the loop's thread.
+class Voice {
+ public:
+  virtual ~Voice() = default;
+  virtual void start() = 0;
+  // Stops listening; the final text then arrives through `onUpdate`.
+  virtual void stop() = 0;
+  // Stops listening and drops what was heard.
+  virtual void cancel() = 0;
+  virtual bool listening() const = 0;
+
+  // Partial text while listening (`final` false, `level` the input level 0…1), then the whole.
+  std::function<void(const std::string& text, bool final, double level)> onUpdate;
+  std::function<void(const std::string& message)> onError;
+};
+
+// The stand-in while no speech engine is set up: every start fails at once.
+class NoVoice final : public Voice {
+ public:
+  void start() override {
+    if (onError) onError("Speech recognition isn't available right now.");
+  }
+  void stop() override {}
+  void cancel() override {}
+  bool listening() const override { return false; }
+};
+
+// The global hot keys and the Alt-tap gesture. The defaults do nothing.
+class HotKeys {
+ public:
+  virtual ~HotKeys() = default;
+  // Released while the page records a new combination, registered again afterwards.
+  virtual void pause() {}
+  virtual void reload() {}
+  // Restarts the Alt-tap gesture after its setting changed.
+  virtual void restartTap() {}
+
+  // Set by the panel.
+  std::function<void()> onOpen;       // the open key, or an Alt double-tap
+  std::function<void()> onTalk;       // the talk key: dictation on or off
+  std::function<void()> onTalkStart;  // Alt held down: push-to-talk begins
+  std::function<void()> onTalkEnd;    // … and ends when Alt is released
+};

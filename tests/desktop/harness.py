@@ -108,8 +108,11 @@ class Proc:
                                   stdin=subprocess.PIPE if stdin is not None else subprocess.DEVNULL,
                                   start_new_session=True, pass_fds=pass_fds)
         if stdin is not None:
-            self.p.stdin.write(stdin)
-            self.p.stdin.close()
+            try:
+                self.p.stdin.write(stdin)
+                self.p.stdin.close()
+            except BrokenPipeError:  # it exited without reading: its exit status tells
+                pass
 
     def running(self):
         return self.p.poll() is None
@@ -234,7 +237,7 @@ class Desktop:
         img = self.shot(name)
         if self.pointer:  # a compositor that draws the pointer into its screenshots
             x, y = self.pointer
-            img.paint((x - 2, y - 2, x + 32, y + 32), BACKGROUND)
+            img.paint((x - 8, y - 8, x + 32, y + 32), BACKGROUND)
         return img.drawn(BACKGROUND, (0, 0, W, H - 1))[0], img
 
     def wait_drawn(self, shape, seconds, what, name=None):

@@ -46,6 +46,7 @@ class Sway(Desktop):
         self.start(['wayvnc', '--unix-socket', os.path.join(self.tmp, 'vnc')])
         wait_for(lambda: '"pointer"' in self.swaymsg('-t', 'get_inputs'), 10, 'a pointer')
         self.clicker()
+        self.mouse(100, 900)
 
     def own(self, path):
         if self.user:
@@ -112,7 +113,6 @@ def peek_then_quit_releases(s):
     env = s.home({'onboarded': True, 'autoOpen': True})
     app = s.vantler(env)
     s.wait_drawn(top_pill, 20, 'the pill')
-    s.mouse(100, 900)
     hook = s.hook(env, fixture('claude_permission.json'))
     s.wait_drawn(opened, 5, 'the panel peeking at a permission request', 'sway-peeking')
     check(s.command(env, 'quit')[0] == 0, 'vantler quit failed')
