@@ -1,7 +1,5 @@
 #pragma once
 
-#include <string>
-
 namespace Daemon {
 
 struct Options {
@@ -10,8 +8,5 @@ struct Options {
 
 // Runs the hub, the hook socket and the timers without a window until SIGINT or SIGTERM.
 int run(const Options& options);
-
-// The pid file of the running instance, in the run directory.
-std::string pidPath(const std::string& home);
 
 }  // namespace Daemon
