@@ -1,0 +1,130 @@
+#include "app/linux_onboarding.h"
+
+#include "app/panel_geometry.h"
+#include "core/prefs.h"
+
+Onboarding::Onboarding(GtkApplication* app, Hub& hub, std::optional<Screen> home,
+                       std::function<void()> done)
+    : app_(app), hub_(hub), home_(std::move(home)), done_(std::move(done)) {
+  stage_.onMessage = [this](const Json& message) { handle(message); };
+}
+
+Onboarding::~Onboarding() {
+  if (window_) {
+    g_signal_handlers_disconnect_by_data(window_, this);
+    gtk_container_remove(GTK_CONTAINER(window_), stage_.widget());
+    gtk_widget_destroy(window_);
+  }
+}
+
+void Onboarding::show() {
+  window_ = gtk_window_new(GTK_WINDOW_TOPLEVEL);
+  GtkWindow* w = GTK_WINDOW(window_);
+  gtk_window_set_application(w, app_);
+  gtk_window_set_title(w, "Welcome to Vantler");
+  gtk_window_set_decorated(w, FALSE);
+  gtk_window_set_keep_above(w, TRUE);
+  gtk_window_set_type_hint(w, GDK_WINDOW_TYPE_HINT_DIALOG);
+  gtk_widget_set_app_paintable(window_, TRUE);
+  if (GdkVisual* rgba = gdk_screen_get_rgba_visual(gtk_widget_get_screen(window_)))
+    gtk_widget_set_visual(window_, rgba);
+  gtk_window_set_default_size(w, kWidth, kHeight);
+  gtk_window_set_position(w, GTK_WIN_POS_CENTER);
+  gtk_container_add(GTK_CONTAINER(window_), stage_.widget());
+  g_signal_connect(window_, "delete-event", G_CALLBACK(+[](GtkWidget*, GdkEvent*, gpointer self) {
+                     static_cast<Onboarding*>(self)->finish();
+                     return TRUE;
+                   }),
+                   this);
+  // The page's own buttons drag nothing: a press on its background moves the window.
+  g_signal_connect(stage_.widget(), "button-press-event",
+                   G_CALLBACK(+[](GtkWidget* view, GdkEventButton* e, gpointer) {
+                     if (e->button == GDK_BUTTON_PRIMARY && (e->state & GDK_MOD1_MASK))
+                       gtk_window_begin_move_drag(GTK_WINDOW(gtk_widget_get_toplevel(view)),
+                                                  int(e->button), int(e->x_root), int(e->y_root),
+                                                  e->time);
+                     return FALSE;
+                   }),
+                   this);
+  stage_.load("?onboard");
+  gtk_widget_show_all(window_);
+  gtk_window_present(w);
+}
+
+void Onboarding::handle(const Json& message) {
+  const std::string type = JsonField::str(message, "type");
+  if (type == "ready") {
+    push();
+  } else if (type == "setting") {
+    const Json* value = JsonField::find(message, "value");
+    if (auto error =
+            Prefs::set(hub_.defaults(), JsonField::str(message, "key"), value ? *value : Json()))
+      g_warning("Vantler: %s", error->c_str());
+    push();
+  } else if (type == "size") {
+    if (const Json* h = JsonField::find(message, "h"); h && h->is_number())
+      resize(int(h->get<double>() + 0.5));
+  } else if (type == "onboardDone") {
+    finish();
+  }
+}
+
+void Onboarding::push() {
+  Json state = hub_.snapshot();
+  state["notchWidth"] = Geometry::notchWidth(std::nullopt);
+  state["strip"] = Geometry::strip(home_, false);
+  state["anchor"] = "top";
+  state["shape"] = "pill";
+  state["stageWidth"] = kWidth;
+  state["stageHeight"] = height_;
+  state["theme"] = "dark";
+  stage_.send("state", std::move(state));
+}
+
+void Onboarding::resize(int height) {
+  if (!window_ || height <= 0 || height == height_) return;
+  height_ = height;
+  GtkWindow* w = GTK_WINDOW(window_);
+  int x = 0, y = 0;
+  gtk_window_get_position(w, &x, &y);
+  gtk_widget_set_size_request(stage_.widget(), kWidth, height);
+  gtk_window_resize(w, kWidth, height);
+  if (!centred_) {
+    centred_ = true;
+    if (home_) {
+      const Rect& a = home_->workArea;
+      gtk_window_move(w, int(a.x + (a.w - kWidth) / 2), int(a.y + (a.h - height) / 2));
+    }
+  } else {
+    gtk_window_move(w, x, y);  // the top edge stays where it is
+  }
+}
+
+void Onboarding::finish() {
+  if (finishing_ || !window_) return;
+  finishing_ = true;
+  hub_.defaults().set("onboarded", true);
+  gtk_widget_add_tick_callback(
+      window_,
+      +[](GtkWidget* widget, GdkFrameClock* clock, gpointer data) -> gboolean {
+        auto* self = static_cast<Onboarding*>(data);
+        gint64 now = gdk_frame_clock_get_frame_time(clock);
+        if (self->fadeStart_ == 0) self->fadeStart_ = now;
+        double t = double(now - self->fadeStart_) / (kFadeSeconds * 1e6);
+        if (t < 1) {
+          gtk_widget_set_opacity(widget, 1 - t);
+          return G_SOURCE_CONTINUE;
+        }
+        gtk_widget_hide(widget);
+        // `done` may destroy this object: run it from the loop, not from the frame clock.
+        g_idle_add(
+            +[](gpointer d) -> gboolean {
+              auto* s = static_cast<Onboarding*>(d);
+              if (s->done_) s->done_();
+              return G_SOURCE_REMOVE;
+            },
+            self);
+        return G_SOURCE_REMOVE;
+      },
+      this, nullptr);
+}
