@@ -21,10 +21,12 @@ build: deps
 	@cmake -S . -B $(BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVANTLER_TESTS=OFF >/dev/null
 	@cmake --build $(BUILD) -j $(JOBS)
 
-# Starts the daemon in the foreground; Ctrl-C stops it. ARGS="--replace" takes over from a
-# running instance.
+# Starts the desktop app (the panel), or the daemon in the foreground when there is no display;
+# Ctrl-C stops either. A new start replaces a running instance.
 run: build
-	./$(BUILD)/vantler daemon $(ARGS)
+	@scripts/deps.sh run
+	@if [ -n "$$DISPLAY$$WAYLAND_DISPLAY" ]; then ./$(BUILD)/vantler $(ARGS); \
+	else ./$(BUILD)/vantler daemon --replace $(ARGS); fi
 
 # The native tests, a short fuzz run, then the page's tests.
 test: test-native

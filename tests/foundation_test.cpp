@@ -146,7 +146,10 @@ TEST(Prefs, SetValidatesAndAppliesSideEffects) {
   EXPECT_FALSE(Prefs::openAtLogin());
   EXPECT_FALSE(Prefs::set(d, "openAtLogin", true));
   EXPECT_TRUE(Prefs::openAtLogin());
-  EXPECT_NE(Files::read(Prefs::autostartPath())->find("Exec=/"), std::string::npos);
+  EXPECT_NE(Files::read(Prefs::autostartPath())->find("Exec=\"/"), std::string::npos);
+  ASSERT_FALSE(Prefs::setOpenAtLogin(true, "/opt/my apps/$x\"/vantler"));
+  EXPECT_NE(Files::read(Prefs::autostartPath())->find("Exec=\"/opt/my apps/\\$x\\\"/vantler\"\n"),
+            std::string::npos);
   EXPECT_FALSE(Prefs::set(d, "openAtLogin", false));
   EXPECT_FALSE(Prefs::json(d)["openAtLogin"]);
 
