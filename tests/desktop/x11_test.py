@@ -6,6 +6,7 @@ import json
 import os
 import subprocess
 import sys
+import time
 
 sys.dont_write_bytecode = True  # keep the source tree clean
 from harness import (H, W, Desktop, accessible, centre, check, extents, fixture, main, opened,
@@ -106,11 +107,17 @@ def reply_typed_in_panel(s):
 def drag_and_remembered_place(s):
     env, app = start_app(s)
     box = s.wait_drawn(top_pill, 20, 'the pill')
-    x, y = centre(box)
+    s.mouse(W // 2, box[1] + 5)
+    box = s.wait_drawn(opened, 5, 'the panel opened by hovering')
+    x, y = box[0] + 120, box[1] + 20  # on the strip, beside its title
     s.mouse(x, y)
     s.xdotool('mousedown', 1)
-    for i in range(1, 11):
-        s.mouse(x + (400 - x) * i // 10, y + (600 - y) * i // 10)
+    for dx in (3, 6, 9):  # a few points along the strip first, as a hand would
+        s.mouse(x + dx, y)
+        time.sleep(0.05)
+    for i in range(1, 21):
+        s.mouse(x + (400 - x) * i // 20, y + (600 - y) * i // 20)
+        time.sleep(0.02)
     s.xdotool('mouseup', 1)
     s.mouse(W - 100, H - 100)
 
@@ -152,24 +159,23 @@ def commands_and_themes(s):
         check(s.command(env, 'open')[0] == 0, 'vantler open failed')
         box = s.wait_drawn(opened, 5, 'the panel opened by `vantler open`', f'x11-open-{theme}')
         light[theme] = s.drawn()[1].luminance(box)
-        if theme == 'dark':
-            check(s.command(env, 'toggle')[0] == 0, 'vantler toggle failed')
-            s.wait_drawn(top_pill, 5, 'the panel closed by `vantler toggle`')
         code, out = s.command(env, 'quit')
         check(code == 0, 'vantler quit: ' + out)
         check(app.wait(5, 'vantler after quit') == 0, 'vantler exited with an error')
         wait_for(lambda: s.drawn()[0] is None, 5, 'the screen empty after quit')
     check(light['light'] > light['dark'] + 40, f'open panel brightness by theme: {light}')
+    s.vantler(env)
+    s.wait_drawn(top_pill, 20, 'the pill')
+    for expect, what in ((opened, 'opened'), (top_pill, 'closed')):
+        check(s.command(env, 'toggle')[0] == 0, 'vantler toggle failed')
+        s.wait_drawn(expect, 5, f'the panel {what} by `vantler toggle`')
 
 
 def onboarding_and_login_item(s):
     env = s.home()
     s.vantler(env)
-
-    def centred(b):
-        return b if b and abs(centre(b)[0] - W // 2) <= 30 and abs(centre(b)[1] - H // 2) <= 60 \
-            and 380 <= b[2] - b[0] <= 560 else None
-    s.wait_drawn(centred, 20, 'a centred onboarding window', 'x11-onboarding')
+    accessible('Get started')
+    first = s.drawn('x11-onboarding')[0]
     entry = os.path.join(env['XDG_CONFIG_HOME'], 'autostart', 'vantler.desktop')
     switch = ('switch', 'toggle button', 'check box', 'push button')
     press('Open at login', switch)
@@ -186,6 +192,9 @@ def onboarding_and_login_item(s):
     s.wait_drawn(top_pill, 10, 'the pill after onboarding')
     with open(os.path.join(env['XDG_CONFIG_HOME'], 'vantler/defaults.json')) as f:
         check(json.load(f).get('onboarded') is True, 'onboarded not stored')
+    check(first and abs(centre(first)[0] - W // 2) <= 30 and abs(centre(first)[1] - H // 2) <= 60
+          and 380 <= first[2] - first[0] <= 560 and first[3] < H - 1,
+          f'the onboarding window at {first} is not centred on the screen and within it')
 
 
 def no_display(s):
