@@ -58,6 +58,9 @@ bench:
 	@cmake -S . -B $(BENCH_BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=Release -DVANTLER_TESTS=OFF -DVANTLER_BENCH=ON >/dev/null
 	@cmake --build $(BENCH_BUILD) -j $(JOBS)
 	@for b in $(BENCH_BUILD)/bench_*; do echo "== $$(basename $$b)"; $$b || exit 1; done
+	@if command -v Xvfb >/dev/null && command -v openbox >/dev/null && command -v xcompmgr >/dev/null; then \
+	  echo "== desktop app"; /usr/bin/python3 bench/desktop_bench.py $(BENCH_BUILD); \
+	else echo "== desktop app: skipped (needs Xvfb, openbox and xcompmgr: scripts/deps.sh test)"; fi
 	@if [ -x scripts/test-web.sh ]; then scripts/test-web.sh bench; fi
 
 format:

@@ -1,5 +1,7 @@
 #include "app/linux_onboarding.h"
 
+#include <algorithm>
+
 #include "app/panel_geometry.h"
 #include "core/prefs.h"
 
@@ -93,11 +95,16 @@ void Onboarding::resize(int height) {
     centred_ = true;
     if (home_) {
       const Rect& a = home_->workArea;
-      gtk_window_move(w, int(a.x + (a.w - kWidth) / 2), int(a.y + (a.h - height) / 2));
+      x = int(a.x + (a.w - kWidth) / 2);
+      y = int(a.y + (a.h - height) / 2);
     }
-  } else {
-    gtk_window_move(w, x, y);  // the top edge stays where it is
   }
+  // The top edge stays where it is unless the grown window would leave the screen.
+  if (home_) {
+    const Rect& a = home_->workArea;
+    y = std::max(int(a.y), std::min(y, int(a.y + a.h) - height));
+  }
+  gtk_window_move(w, x, y);
 }
 
 void Onboarding::finish() {
