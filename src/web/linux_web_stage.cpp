@@ -76,9 +76,9 @@ void WebStage::registerScheme() {
 }
 
 WebStage::WebStage() {
-  // Without accelerated compositing the web process starts faster and uses less memory; a
-  // user who sets the variable keeps their choice.
-  g_setenv("WEBKIT_DISABLE_COMPOSITING_MODE", "1", FALSE);
+  // Accelerated compositing stays on although the web process starts faster without it
+  // (WEBKIT_DISABLE_COMPOSITING_MODE=1): without it, parts of a transparent page that become
+  // transparent again keep their old pixels, so the collapsed panel stays drawn open.
   registerScheme();
 
   contentManager_ = webkit_user_content_manager_new();
