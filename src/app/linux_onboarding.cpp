@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "app/linux_session.h"
 #include "app/panel_geometry.h"
 #include "core/prefs.h"
 
@@ -20,16 +21,10 @@ Onboarding::~Onboarding() {
 }
 
 void Onboarding::show() {
-  window_ = gtk_window_new(GTK_WINDOW_TOPLEVEL);
+  window_ = LinuxSession::transparentWindow(app_, "Welcome to Vantler");
   GtkWindow* w = GTK_WINDOW(window_);
-  gtk_window_set_application(w, app_);
-  gtk_window_set_title(w, "Welcome to Vantler");
-  gtk_window_set_decorated(w, FALSE);
   gtk_window_set_keep_above(w, TRUE);
   gtk_window_set_type_hint(w, GDK_WINDOW_TYPE_HINT_DIALOG);
-  gtk_widget_set_app_paintable(window_, TRUE);
-  if (GdkVisual* rgba = gdk_screen_get_rgba_visual(gtk_widget_get_screen(window_)))
-    gtk_widget_set_visual(window_, rgba);
   gtk_window_set_default_size(w, kWidth, kHeight);
   gtk_window_set_position(w, GTK_WIN_POS_CENTER);
   gtk_container_add(GTK_CONTAINER(window_), stage_.widget());
@@ -38,13 +33,15 @@ void Onboarding::show() {
                      return TRUE;
                    }),
                    this);
-  // The page's own buttons drag nothing: a press on its background moves the window.
+  // Alt and a press anywhere moves the window, as on most Linux desktops.
   g_signal_connect(stage_.widget(), "button-press-event",
-                   G_CALLBACK(+[](GtkWidget* view, GdkEventButton* e, gpointer) {
-                     if (e->button == GDK_BUTTON_PRIMARY && (e->state & GDK_MOD1_MASK))
+                   G_CALLBACK(+[](GtkWidget* view, GdkEventButton* e, gpointer self) {
+                     if (e->button == GDK_BUTTON_PRIMARY && (e->state & GDK_MOD1_MASK)) {
+                       static_cast<Onboarding*>(self)->moved_ = true;
                        gtk_window_begin_move_drag(GTK_WINDOW(gtk_widget_get_toplevel(view)),
                                                   int(e->button), int(e->x_root), int(e->y_root),
                                                   e->time);
+                     }
                      return FALSE;
                    }),
                    this);
@@ -91,15 +88,14 @@ void Onboarding::resize(int height) {
   gtk_window_get_position(w, &x, &y);
   gtk_widget_set_size_request(stage_.widget(), kWidth, height);
   gtk_window_resize(w, kWidth, height);
-  if (!centred_) {
-    centred_ = true;
-    if (home_) {
-      const Rect& a = home_->workArea;
-      x = int(a.x + (a.w - kWidth) / 2);
-      y = int(a.y + (a.h - height) / 2);
-    }
+  // Centred until the user moves the window: the page's first height is that of its
+  // "Loading…" line, the real one follows once the settings have arrived.
+  if (!moved_ && home_) {
+    const Rect& a = home_->workArea;
+    x = int(a.x + (a.w - kWidth) / 2);
+    y = int(a.y + (a.h - height) / 2);
   }
-  // The top edge stays where it is unless the grown window would leave the screen.
+  // Otherwise the top edge stays where it is unless the window would leave the screen.
   if (home_) {
     const Rect& a = home_->workArea;
     y = std::max(int(a.y), std::min(y, int(a.y + a.h) - height));

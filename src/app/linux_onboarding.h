@@ -39,7 +39,7 @@ class Onboarding {
   std::function<void()> done_;
   WebStage stage_;
   GtkWidget* window_ = nullptr;
-  bool centred_ = false;
+  bool moved_ = false;  // by the user, with Alt and a drag
   bool finishing_ = false;
   gint64 fadeStart_ = 0;
   int height_ = kHeight;

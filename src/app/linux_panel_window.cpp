@@ -44,14 +44,8 @@ GdkDevice* pointerDevice(GtkWidget* widget) {
 
 LinuxPanelWindow::LinuxPanelWindow(GtkApplication* app, GtkWidget* content, LinuxSession::Kind kind)
     : content_(content), kind_(kind) {
-  window_ = gtk_window_new(GTK_WINDOW_TOPLEVEL);
+  window_ = LinuxSession::transparentWindow(app, "Vantler");
   GtkWindow* w = GTK_WINDOW(window_);
-  gtk_window_set_application(w, app);
-  gtk_window_set_title(w, "Vantler");
-  gtk_window_set_decorated(w, FALSE);
-  gtk_widget_set_app_paintable(window_, TRUE);
-  if (GdkVisual* rgba = gdk_screen_get_rgba_visual(gtk_widget_get_screen(window_)))
-    gtk_widget_set_visual(window_, rgba);
   composited_ = gdk_screen_is_composited(gtk_widget_get_screen(window_));
 
   if (kind_ == LinuxSession::Kind::LayerShell) {

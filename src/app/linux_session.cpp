@@ -58,6 +58,17 @@ Kind kind() {
   return Kind::Wayland;
 }
 
+GtkWidget* transparentWindow(GtkApplication* app, const char* title) {
+  GtkWidget* window = gtk_window_new(GTK_WINDOW_TOPLEVEL);
+  gtk_window_set_application(GTK_WINDOW(window), app);
+  gtk_window_set_title(GTK_WINDOW(window), title);
+  gtk_window_set_decorated(GTK_WINDOW(window), FALSE);
+  gtk_widget_set_app_paintable(window, TRUE);
+  if (GdkVisual* rgba = gdk_screen_get_rgba_visual(gtk_widget_get_screen(window)))
+    gtk_widget_set_visual(window, rgba);
+  return window;
+}
+
 const char* name(Kind kind) {
   switch (kind) {
     case Kind::X11:

@@ -2,6 +2,8 @@
 // Which kind of desktop session Vantler runs in, chosen by what the compositor offers rather
 // than by the desktop's name.
 
+#include <gtk/gtk.h>
+
 #include <string>
 
 namespace LinuxSession {
@@ -23,5 +25,9 @@ const char* name(Kind kind);
 
 // True when some display is reachable at all.
 bool haveDisplay();
+
+// An undecorated top-level window of the app with an RGBA visual (when the screen has one),
+// painted by its content only, so what the page leaves transparent is transparent.
+GtkWidget* transparentWindow(GtkApplication* app, const char* title);
 
 }  // namespace LinuxSession
