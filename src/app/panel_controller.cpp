@@ -22,6 +22,13 @@ std::string describe(const std::optional<Point>& p) {
   return text;
 }
 
+// The hover zone: the drawn rectangle with a margin, wider below while open.
+Rect hoverZone(const Rect& drawn, bool open) {
+  using C = PanelController;
+  return open ? drawn.grown(C::kOpenSide, C::kOpenAbove, C::kOpenSide, C::kOpenBelow)
+              : drawn.grown(C::kClosedSide, C::kClosedAbove, C::kClosedSide, C::kClosedBelow);
+}
+
 // The part of `r` inside the window.
 Rect clipToStage(const Rect& r) {
   double x0 = std::max(r.minX(), 0.0), y0 = std::max(r.minY(), 0.0);
@@ -172,9 +179,9 @@ bool PanelController::shouldHide(const Where& w) const {
          hub_.queue().empty();
 }
 
-void PanelController::refresh() {
+void PanelController::refresh(const Where& w) {
   if (!shown_) return;
-  bool visible = !shouldHide(where());
+  bool visible = !shouldHide(w);
   if (visible_ != visible) {
     visible_ = visible;
     window_.setVisible(visible);
@@ -182,12 +189,7 @@ void PanelController::refresh() {
   // Without a global pointer the window only learns of the pointer inside its input region,
   // so the hover zone around the drawn rectangle has to be part of it.
   std::vector<Rect> region{drawn_};
-  if (!globalPointer_) {
-    bool open = hub_.isOpen();
-    region.push_back(
-        clipToStage(open ? drawn_.grown(kOpenSide, kOpenAbove, kOpenSide, kOpenBelow)
-                         : drawn_.grown(kClosedSide, kClosedAbove, kClosedSide, kClosedBelow)));
-  }
+  if (!globalPointer_) region.push_back(clipToStage(hoverZone(drawn_, hub_.isOpen())));
   if (inputRegion_ != region) {
     inputRegion_ = region;
     window_.setInputRegion(region);
@@ -232,7 +234,7 @@ void PanelController::evaluateHover() {
   Where w = where();
   const Screen* screen = w.screen();
   if (!screen) return;
-  refresh();
+  refresh(w);
   if (visible_ == false) {
     insideSince_.reset();
     setPoll(false);
@@ -242,10 +244,8 @@ void PanelController::evaluateHover() {
   bool opened = hub_.isOpen();
   bool away = w.placed.has_value();
   Rect drawn = drawnRect();
-  Rect zone = opened ? drawn.grown(kOpenSide, kOpenAbove, kOpenSide, kOpenBelow)
-                     : drawn.grown(kClosedSide, kClosedAbove, kClosedSide, kClosedBelow);
 
-  if (p && zone.contains(*p)) {
+  if (p && hoverZone(drawn, opened).contains(*p)) {
     setPoll(true);
     relayPointer(opened ? p : std::nullopt);
     cancelCollapse();

@@ -112,7 +112,8 @@ class PanelController {
   std::optional<Point> cursor() const;
   bool shouldHide(const Where& w) const;
   // Brings window visibility and input region in line with the state.
-  void refresh();
+  void refresh() { refresh(where()); }
+  void refresh(const Where& w);
   void setPoll(bool hot);
   void tick();
   void relayPointer(std::optional<Point> point);
