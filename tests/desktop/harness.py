@@ -1,6 +1,6 @@
-"""Shared pieces of the desktop tests: a private display with a session bus and the
-accessibility bus, temporary homes, the real `vantler` and `vantler-hook`, screenshots read
-back as pixels, and a small runner that reports each case."""
+"""Shared pieces of the desktop tests: a private display with its session and accessibility
+buses, temporary homes, the real `vantler` and `vantler-hook`, screenshots read back as pixels,
+and a runner that reports each case."""
 import json
 import os
 import select
@@ -12,30 +12,18 @@ import tempfile
 import time
 import traceback
 
-SKIP = 77
-BACKGROUND = (42, 90, 160)
+BACKGROUND = (42, 90, 160)  # the click window under the panel
 W, H = 1600, 1000  # the screen of every desktop test
 HERE = os.path.dirname(os.path.abspath(__file__))
-FIXTURES = os.path.join(HERE, '..', 'fixtures')
 
 
 class Failure(Exception):
     pass
 
 
-def need_system_python():
-    """pyenv and venv interpreters lack Debian's gi and pyatspi: run again under the system one."""
-    try:
-        import gi  # noqa: F401
-    except ImportError:
-        if os.path.exists('/usr/bin/python3') and sys.executable != '/usr/bin/python3':
-            os.execv('/usr/bin/python3', ['/usr/bin/python3'] + sys.argv)
-        raise
-
-
 def skip(why):
     print('SKIP: ' + why)
-    sys.exit(SKIP)
+    sys.exit(77)
 
 
 def check(cond, what):
@@ -45,68 +33,59 @@ def check(cond, what):
 
 def wait_for(probe, seconds, what, step=0.1):
     deadline = time.monotonic() + seconds
-    while True:
-        value = probe()
-        if value:
-            return value
+    while not (value := probe()):
         if time.monotonic() > deadline:
             raise Failure(f'{what}: not after {seconds} s')
         time.sleep(step)
+    return value
 
 
 def fixture(name):
-    with open(os.path.join(FIXTURES, name), 'rb') as f:
+    with open(os.path.join(HERE, '..', 'fixtures', name), 'rb') as f:
         return f.read()
 
 
 class Image:
-    """An RGB screenshot; `box` arguments are (x0, y0, x1, y1), end exclusive."""
+    """An RGB screenshot; boxes are (x0, y0, x1, y1), end exclusive."""
 
     def __init__(self, ppm):
-        parts = ppm.split(maxsplit=4)
-        check(parts[0] == b'P6' and parts[3] == b'255', 'screenshot is not an 8-bit PPM')
-        self.w, self.h, self.data = int(parts[1]), int(parts[2]), bytearray(parts[4])
+        magic, w, h, depth, self.data = ppm.split(maxsplit=4)
+        check(magic == b'P6' and depth == b'255', 'screenshot is not an 8-bit PPM')
+        self.w, self.data = int(w), bytearray(self.data)
 
     def paint(self, box, colour):
-        x0, y0, x1, y1 = max(box[0], 0), max(box[1], 0), min(box[2], self.w), min(box[3], self.h)
-        for y in range(y0, y1):
+        x0, x1 = max(box[0], 0), min(box[2], self.w)
+        for y in range(max(box[1], 0), min(box[3], len(self.data) // 3 // self.w)):
             self.data[(y * self.w + x0) * 3:(y * self.w + x1) * 3] = bytes(colour) * (x1 - x0)
 
-    def pixel(self, x, y):
-        i = (y * self.w + x) * 3
-        return tuple(self.data[i:i + 3])
-
-    def drawn(self, bg, box=None):
-        """Bounding box and count of the pixels that are not the background colour."""
-        x0, y0, x1, y1 = box or (0, 0, self.w, self.h)
-        plain = bytes(bg) * (x1 - x0)
-        found, n = None, 0
+    def drawn(self, bg, box):
+        """Bounding box of the pixels that are not the background colour, or None."""
+        x0, y0, x1, y1 = box
+        plain, found = bytes(bg) * (x1 - x0), None
         for y in range(y0, y1):
             row = self.data[(y * self.w + x0) * 3:(y * self.w + x1) * 3]
-            if row == plain:
-                continue
-            xs = [x0 + i // 3 for i in range(0, len(row), 3) if row[i:i + 3] != plain[:3]]
-            n += len(xs)
-            a, b = xs[0], xs[-1] + 1
-            found = (a, y, b, y + 1) if not found else (
-                min(found[0], a), found[1], max(found[2], b), y + 1)
-        return found, n
+            if row != plain:
+                xs = [i // 3 for i in range(0, len(row), 3) if row[i:i + 3] != plain[:3]]
+                a, b = x0 + xs[0], x0 + xs[-1] + 1
+                found = (min(found[0], a), found[1], max(found[2], b), y + 1) if found \
+                    else (a, y, b, y + 1)
+        return found
 
     def luminance(self, box):
         x0, y0, x1, y1 = box
-        total = sum(sum(self.pixel(x, y)) for y in range(y0, y1, 2) for x in range(x0, x1, 2))
-        return total / (3 * len(range(y0, y1, 2)) * len(range(x0, x1, 2)))
+        rows = [self.data[(y * self.w + x0) * 3:(y * self.w + x1) * 3] for y in range(y0, y1)]
+        return sum(map(sum, rows)) / (3 * (x1 - x0) * (y1 - y0))
 
 
 class Proc:
-    """A started program in its own process group, its output in a log file."""
+    """A started program in its own process group, stdout and stderr in log files."""
 
-    def __init__(self, argv, env, log, stdin=None, pass_fds=()):
-        self.argv, self.log = argv, log
-        self.out = open(log, 'wb')
-        self.p = subprocess.Popen(argv, env=env, stdout=self.out, stderr=subprocess.STDOUT,
-                                  stdin=subprocess.PIPE if stdin is not None else subprocess.DEVNULL,
-                                  start_new_session=True, pass_fds=pass_fds)
+    def __init__(self, argv, shown, env, log, stdin=None, pass_fds=()):
+        self.argv, self.log = shown, log
+        self.p = subprocess.Popen(argv, env=env, stdout=open(log, 'wb'),
+                                  stderr=open(log + '.err', 'wb'), start_new_session=True,
+                                  stdin=subprocess.DEVNULL if stdin is None else subprocess.PIPE,
+                                  pass_fds=pass_fds)
         if stdin is not None:
             try:
                 self.p.stdin.write(stdin)
@@ -117,33 +96,29 @@ class Proc:
     def running(self):
         return self.p.poll() is None
 
-    def wait(self, seconds, what=None):
+    def wait(self, seconds, what):
         try:
             return self.p.wait(seconds)
         except subprocess.TimeoutExpired:
-            raise Failure(f'{what or self.argv[0]} still running after {seconds} s')
+            raise Failure(f'{what}: still running after {seconds} s')
 
-    def output(self):
-        self.out.flush()
-        with open(self.log, 'rb') as f:
+    def output(self, suffix=''):
+        with open(self.log + suffix, 'rb') as f:
             return f.read().decode(errors='replace')
 
     def stop(self):
-        if self.running():
-            try:
-                os.killpg(self.p.pid, signal.SIGTERM)
-                self.p.wait(3)
-            except (subprocess.TimeoutExpired, ProcessLookupError):
+        for sig in (signal.SIGTERM, signal.SIGKILL):
+            if self.running():
                 try:
-                    os.killpg(self.p.pid, signal.SIGKILL)
-                except ProcessLookupError:
+                    os.killpg(self.p.pid, sig)
+                    self.p.wait(3)
+                except (subprocess.TimeoutExpired, ProcessLookupError):
                     pass
-                self.p.wait(3)
-        self.out.close()
 
 
 class Desktop:
-    """Base of a private session: temporary directory, bus, processes, the app under test."""
+    """A private session: temporary directory, buses, processes, the app under test. Display
+    servers subclass it with `setup`, `grab` (a PPM screenshot) and `mouse`."""
 
     def __init__(self, build):
         self.build = os.path.abspath(build)
@@ -154,43 +129,30 @@ class Desktop:
         self.env = {k: v for k, v in os.environ.items()
                     if k not in ('NO_AT_BRIDGE', 'GTK_A11Y', 'WAYLAND_DISPLAY', 'DISPLAY',
                                  'DBUS_SESSION_BUS_ADDRESS', 'XDG_RUNTIME_DIR', 'VANTLER_DEMO')}
-        self.procs = []
-        self.homes = 0
-        self.base = 0
-        self.failures = 0
-        self.pointer = None
+        self.procs, self.base, self.failures, self.pointer = [], 0, 0, None
 
     def wrap(self, argv, env):
         """The command line that runs `argv` as the desktop's user."""
         return argv
 
-    def start(self, argv, env=None, name=None, stdin=None):
-        name = name or os.path.basename(argv[0])
+    def start(self, argv, env=None, stdin=None, pass_fds=()):
         env = env or self.env
-        proc = Proc(self.wrap(argv, env), env,
-                    os.path.join(self.tmp, f'{name}-{len(self.procs)}.log'), stdin)
-        proc.argv = argv
-        self.procs.append(proc)
-        return proc
+        log = os.path.join(self.tmp, f'{len(self.procs)}-{os.path.basename(argv[0])}.log')
+        self.procs.append(Proc(self.wrap(argv, env), argv, env, log, stdin, pass_fds))
+        return self.procs[-1]
 
-    def read_line(self, proc_argv, seconds, what):
-        """Starts a program that reports readiness with one line on a pipe."""
+    def read_line(self, argv, seconds, what):
+        """Starts a program that reports readiness with one line on the pipe `argv(fd)`."""
         r, w = os.pipe()
-        proc = Proc(self.wrap(proc_argv(w), self.env), self.env,
-                    os.path.join(self.tmp, f'{what}.log'), pass_fds=(w,))
-        self.procs.append(proc)
+        proc = self.start(argv(w), pass_fds=(w,))
         os.close(w)
         data, deadline = b'', time.monotonic() + seconds
         while b'\n' not in data and \
                 select.select([r], [], [], max(0, deadline - time.monotonic()))[0]:
-            chunk = os.read(r, 4096)
-            if not chunk:
-                break
-            data += chunk
+            data += os.read(r, 4096) or b'\n'
         os.close(r)
-        line = data.decode().strip()
-        check(line, f'{what} did not start: {proc.output()[-500:]}')
-        return line
+        check(data.strip(), f'{what} did not start: {proc.output(".err")[-500:]}')
+        return data.decode().strip()
 
     def start_bus(self):
         self.env['DBUS_SESSION_BUS_ADDRESS'] = self.read_line(
@@ -199,83 +161,67 @@ class Desktop:
         self.start(['/usr/libexec/at-spi-bus-launcher', '--launch-immediately'])
 
     def home(self, defaults=None):
-        """A fresh home with its own config and runtime directories; the app's environment."""
-        self.homes += 1
-        home = os.path.join(self.tmp, f'home{self.homes}')
-        for d in ('.config/vantler', 'run'):
-            os.makedirs(os.path.join(home, d), exist_ok=True)
-        os.chmod(os.path.join(home, 'run'), 0o700)
+        """A fresh home with `defaults` as preferences; the app's environment."""
+        home = tempfile.mkdtemp(prefix='home', dir=self.tmp)
+        os.makedirs(os.path.join(home, '.config/vantler'))
+        os.makedirs(os.path.join(home, 'run'), 0o700)
         if defaults is not None:
             with open(os.path.join(home, '.config/vantler/defaults.json'), 'w') as f:
                 json.dump(defaults, f)
-        env = dict(self.env, HOME=home, XDG_CONFIG_HOME=os.path.join(home, '.config'),
-                   XDG_RUNTIME_DIR=os.path.join(home, 'run'))
-        return env
+        return dict(self.env, HOME=home, XDG_CONFIG_HOME=os.path.join(home, '.config'),
+                    XDG_RUNTIME_DIR=os.path.join(home, 'run'))
 
     def vantler(self, env, *args):
-        return self.start([os.path.join(self.build, 'vantler'), *args], env, 'vantler')
+        return self.start([os.path.join(self.build, 'vantler'), *args], env)
 
-    def command(self, env, *args, seconds=10):
-        """Runs a `vantler` command to its end; returns (exit code, output)."""
+    def command(self, env, *args):
+        """Runs a `vantler` command to its end: exit code, stdout + stderr."""
         proc = self.vantler(env, *args)
-        code = proc.wait(seconds, 'vantler ' + ' '.join(args))
-        return code, proc.output()
+        code = proc.wait(10, 'vantler ' + ' '.join(args))
+        return code, proc.output() + proc.output('.err')
 
     def hook(self, env, payload, agent='claude'):
-        return self.start([os.path.join(self.build, 'vantler-hook'), agent], env, 'hook', payload)
+        return self.start([os.path.join(self.build, 'vantler-hook'), agent], env, payload)
 
-    def shot(self, name=None):
+    def drawn(self, name=None):
+        """What is drawn over the click window (bounding box), and the screenshot."""
         path = os.path.join(self.tmp, 'shot.ppm')
         self.grab(path)
         if name:
-            self.save(name, path)
+            subprocess.run(['convert', path, os.path.join(self.shots, name + '.png')],
+                           check=True, timeout=20)
         with open(path, 'rb') as f:
-            return Image(f.read())
-
-    def drawn(self, name=None):
-        """What is drawn over the click window: its bounding box, and the screenshot."""
-        img = self.shot(name)
-        if self.pointer:  # a compositor that draws the pointer into its screenshots
+            img = Image(f.read())
+        if self.pointer:  # compositors that draw the pointer into screenshots
             x, y = self.pointer
             img.paint((x - 8, y - 8, x + 32, y + 32), BACKGROUND)
-        return img.drawn(BACKGROUND, (0, 0, W, H - 1))[0], img
+        return img.drawn(BACKGROUND, (0, 0, W, H - 1)), img
 
     def wait_drawn(self, shape, seconds, what, name=None):
+        """Waits until what is drawn has `shape`; a screenshot named `name` then."""
         try:
             box = wait_for(lambda: shape(self.drawn()[0]), seconds, what, step=0.25)
         except Failure as e:
             self.failures += 1
-            box, _ = self.drawn(f'failed-{self.failures}')
+            box = self.drawn(f'failed-{self.failures}')[0]
             raise Failure(f'{e} (drawn: {box}, screenshots/failed-{self.failures}.png)')
-        if name:
-            box = shape(self.drawn(name)[0]) or box
-        return box
-
-    def save(self, name, image_path):
-        dest = os.path.join(self.shots, name + '.png')
-        subprocess.run(['convert', image_path, dest], check=True, timeout=20)
-        return dest
-
-    def stop_all(self, keep=0):
-        for proc in reversed(self.procs[keep:]):
-            proc.stop()
-        del self.procs[keep:]
+        return shape(self.drawn(name)[0]) or box if name else box
 
     def clicker(self):
-        """A window filling the screen in BACKGROUND that logs the clicks it receives."""
-        proc = self.start(['/usr/bin/python3', os.path.join(HERE, 'clicker.py')], name='clicker')
+        """A window under everything, filled with BACKGROUND, that logs the clicks it gets."""
+        proc = self.start(['/usr/bin/python3', os.path.join(HERE, 'clicker.py')])
         wait_for(lambda: 'ready' in proc.output() or not proc.running(), 10, 'click window')
-        check(proc.running(), 'click window: ' + proc.output()[-500:])
+        check(proc.running(), 'click window: ' + proc.output('.err')[-500:])
         self.base = len(self.procs)
-        return proc
 
     def clicks(self):
         return [tuple(map(int, line.split()[1:])) for line in self.procs[self.base - 1].output()
                 .splitlines() if line.startswith('click ')]
 
-    def close(self):
-        self.stop_all()
-        shutil.rmtree(self.tmp, ignore_errors=True)
+    def stop_all(self, keep=0):
+        for proc in reversed(self.procs[keep:]):
+            proc.stop()
+        del self.procs[keep:]
 
 
 def centre(box):
@@ -294,32 +240,46 @@ def opened(box):
     return box if box and box[3] - box[1] >= 150 else None
 
 
+def pill_click_through_and_hover(s, prefix):
+    """The pill alone at the top centre; clicks beside and below it reach the window under the
+    panel; hovering opens the panel and leaving closes it again."""
+    env = s.home({'onboarded': True})
+    app = s.vantler(env)
+    box = s.wait_drawn(top_pill, 20, 'the pill at the top centre, nothing else drawn',
+                       prefix + '-at-rest')
+    beside, below = (box[0] - 150, 10), (W // 2, 300)
+    for x, y in (beside, below):
+        s.click(x, y)
+    wait_for(lambda: all(any(abs(cx - x) <= 2 and abs(cy - y) <= 2 for cx, cy in s.clicks())
+                         for x, y in (beside, below)), 5,
+             f'clicks at {beside} and {below} on the window below (got {s.clicks()})')
+    s.mouse(W // 2, box[1] + 5)
+    s.wait_drawn(opened, 5, 'the panel opened by hovering the pill', prefix + '-open-hover')
+    s.mouse(W // 2, 900)
+    s.wait_drawn(top_pill, 5, 'the panel collapsed after the pointer left')
+    check(app.running(), 'vantler exited')
+
+
 def accessible(name, roles=('push button',), seconds=10):
-    """The first accessible object with one of `roles` whose name starts with `name`, in any
-    application."""
+    """The first accessible object in any application with one of `roles` and a name that
+    starts with `name`."""
     import pyatspi
     pyatspi.setTimeout(3000, 15000)
 
     def look():
         for app in pyatspi.Registry.getDesktop(0):
-            if app is None or app.name == 'clicker':
-                continue
             try:
-                found = pyatspi.findDescendant(
-                    app, lambda n: n is not None and n.getRoleName() in roles
-                    and (n.name or '').startswith(name))
-            except Exception:  # an application that went away while walked
-                found = None
-            if found:
-                return found
-        return None
+                if app and app.name != 'clicker' and (found := pyatspi.findDescendant(
+                        app, lambda n: n and n.getRoleName() in roles
+                        and (n.name or '').startswith(name))):
+                    return found
+            except Exception:  # an application that went away while it was walked
+                pass
     return wait_for(look, seconds, f'accessible {"/".join(roles)} "{name}"', step=0.3)
 
 
-def press(name, roles=('push button',), seconds=10):
-    node = accessible(name, roles, seconds)
-    check(node.queryAction().doAction(0), f'"{name}" refused its action')
-    return node
+def press(name, roles=('push button',)):
+    check(accessible(name, roles).queryAction().doAction(0), f'"{name}" refused its action')
 
 
 def extents(node):
@@ -334,15 +294,19 @@ def main(desktop, cases, tools):
     for tool in tools:
         if not shutil.which(tool):
             skip(f'{tool} is not installed')
-    need_system_python()
+    try:
+        import gi  # noqa: F401
+    except ImportError:  # pyenv and venv interpreters lack Debian's gi and pyatspi
+        if sys.executable != '/usr/bin/python3' and os.path.exists('/usr/bin/python3'):
+            os.execv('/usr/bin/python3', ['/usr/bin/python3'] + sys.argv)
+        raise
     if len(sys.argv) < 2:
         sys.exit(f'usage: {sys.argv[0]} BUILD_DIR [case ...]')
-    session = desktop(sys.argv[1])
-    chosen = sys.argv[2:] or [c.__name__ for c in cases]
-    failed = []
+    session, failed = desktop(sys.argv[1]), []
+    chosen = [c for c in cases if c.__name__ in sys.argv[2:]] or cases
     try:
         session.setup()
-        for case in (c for c in cases if c.__name__ in chosen):
+        for case in chosen:
             started = time.monotonic()
             try:
                 case(session)
@@ -352,15 +316,17 @@ def main(desktop, cases, tools):
                 print(f'FAIL {case.__name__}: ' +
                       (str(e) if isinstance(e, Failure) else traceback.format_exc()), flush=True)
                 for proc in session.procs[session.base:]:
-                    if 'vantler' in proc.argv[0] and proc.output():
+                    if 'vantler' in proc.argv[0] and (log := proc.output() + proc.output('.err')):
                         print(f'  [{" ".join(proc.argv[1:]) or "app"}] ' +
-                              proc.output()[-1500:].replace('\n', '\n  '))
+                              log[-1500:].replace('\n', '\n  '))
             finally:
                 session.stop_all(session.base)
     except Failure as e:
-        sys.exit(f'FAIL setting up the desktop: {e}')
+        logs = ''.join(f'\n  [{p.argv[0]}] {p.output(".err")[-300:]}' for p in session.procs)
+        sys.exit(f'FAIL setting up the desktop: {e}{logs}')
     finally:
-        session.close()
+        session.stop_all()
+        shutil.rmtree(session.tmp, ignore_errors=True)
     print(f'{len(chosen) - len(failed)} of {len(chosen)} passed' +
           (': failed ' + ', '.join(failed) if failed else ''))
     sys.exit(1 if failed else 0)
