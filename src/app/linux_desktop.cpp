@@ -100,8 +100,17 @@ void LinuxDesktop::showMenu(std::function<void()> closed) {
     GList* windows = gtk_application_get_windows(app_);
     anchor = windows ? GTK_WINDOW(windows->data) : nullptr;
   }
-  if (anchor) gtk_menu_attach_to_widget(GTK_MENU(menu_), GTK_WIDGET(anchor), nullptr);
-  gtk_menu_popup_at_pointer(GTK_MENU(menu_), nullptr);
+  GdkWindow* window = anchor ? gtk_widget_get_window(GTK_WIDGET(anchor)) : nullptr;
+  if (!window) return;
+  gtk_menu_attach_to_widget(GTK_MENU(menu_), GTK_WIDGET(anchor), nullptr);
+  // The page asks for the menu from a script message, with no event GTK could place the menu
+  // by: it opens where the pointer is over the panel window.
+  GdkRectangle at{0, 0, 1, 1};
+  GdkSeat* seat = gdk_display_get_default_seat(gdk_window_get_display(window));
+  if (GdkDevice* pointer = seat ? gdk_seat_get_pointer(seat) : nullptr)
+    gdk_window_get_device_position(window, pointer, &at.x, &at.y, nullptr);
+  gtk_menu_popup_at_rect(GTK_MENU(menu_), window, &at, GDK_GRAVITY_NORTH_WEST,
+                         GDK_GRAVITY_NORTH_WEST, nullptr);
 }
 
 void LinuxDesktop::quit() {
