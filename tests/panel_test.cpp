@@ -3,6 +3,7 @@
 #include <fstream>
 
 #include "app/panel_controller.h"
+#include "core/files.h"
 #include "core/prefs.h"
 #include "test_support.h"
 
@@ -429,17 +430,24 @@ TEST_F(PanelTest, FinalDictationGoesToAWaitingSessionOrTheClipboard) {
   EXPECT_TRUE(hub.isOpen());
 }
 
-TEST_F(PanelTest, DiagnosticsNameTheSystemAndTheMechanisms) {
+TEST_F(PanelTest, DiagnosticsAndTheTraceLog) {
   std::string osRelease = home.path() + "/os-release";
   std::ofstream(osRelease) << "NAME=Debian\nPRETTY_NAME=\"Debian GNU/Linux 12 (bookworm)\"\n";
   PanelOptions options;
   options.osRelease = osRelease;
+  options.trace = true;
   start(false, options);
   panel->handle({{"type", "copyDiagnostics"}});
   ASSERT_EQ(desktop.copied.size(), 1u);
   const std::string& text = desktop.copied[0];
   EXPECT_NE(text.find("\nLinux Debian GNU/Linux 12 (bookworm)\n"), std::string::npos) << text;
   EXPECT_NE(text.find("\nsession: x11\n"), std::string::npos) << text;
-  EXPECT_NE(text.find("\nShape: pill, notch 0px, strip 32px, away false top\n"), std::string::npos)
-      << text;
+
+  loop.advance(1.5);
+  panel->handle({{"type", "rect"}, {"x", 300}, {"y", 6}, {"w", 12}, {"h", 34}});
+  panel->handle({{"type", "log"}, {"msg", "hi"}});
+  panel->push();
+  EXPECT_EQ(sent.back().second["trace"], true);
+  EXPECT_EQ(Files::read(home.path() + "/.vantler/hover.log"),
+            "1001.500 RECT 300 6 40 34\n1001.500 PAGE hi\n");
 }
