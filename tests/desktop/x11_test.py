@@ -165,7 +165,8 @@ def onboarding_and_login_item(s):
     env = s.home()
     s.vantler(env)
     accessible('Get started')
-    first = s.drawn('x11-onboarding')[0]
+    first = wait_for(lambda: (b := s.drawn()[0]) == s.drawn()[0] and b, 5, 'onboarding settled')
+    s.drawn('x11-onboarding')
     entry = os.path.join(env['XDG_CONFIG_HOME'], 'autostart', 'vantler.desktop')
     switch = ('switch', 'toggle button', 'check box', 'push button')
     press('Open at login', switch)
