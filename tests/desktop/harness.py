@@ -218,6 +218,15 @@ class Desktop:
         return [tuple(map(int, line.split()[1:])) for line in self.procs[self.base - 1].output()
                 .splitlines() if line.startswith('click ')]
 
+    def click_through(self, *points):
+        """Clicks each point and waits for the window under the panel to receive them all."""
+        seen = len(self.clicks())
+        for x, y in points:
+            self.click(x, y)
+        wait_for(lambda: all(any(abs(cx - x) <= 2 and abs(cy - y) <= 2
+                                 for cx, cy in self.clicks()[seen:]) for x, y in points), 5,
+                 f'clicks at {points} reaching the window below (got {self.clicks()[seen:]})')
+
     def stop_all(self, keep=0):
         for proc in reversed(self.procs[keep:]):
             proc.stop()
@@ -247,12 +256,7 @@ def pill_click_through_and_hover(s, prefix):
     app = s.vantler(env)
     box = s.wait_drawn(top_pill, 20, 'the pill at the top centre, nothing else drawn',
                        prefix + '-at-rest')
-    beside, below = (box[0] - 150, 10), (W // 2, 300)
-    for x, y in (beside, below):
-        s.click(x, y)
-    wait_for(lambda: all(any(abs(cx - x) <= 2 and abs(cy - y) <= 2 for cx, cy in s.clicks())
-                         for x, y in (beside, below)), 5,
-             f'clicks at {beside} and {below} on the window below (got {s.clicks()})')
+    s.click_through((box[0] - 150, 10), (W // 2, 300))
     s.mouse(W // 2, box[1] + 5)
     s.wait_drawn(opened, 5, 'the panel opened by hovering the pill', prefix + '-open-hover')
     s.mouse(W // 2, 900)
