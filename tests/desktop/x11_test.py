@@ -4,6 +4,7 @@
 Usage: x11_test.py BUILD_DIR [case ...]"""
 import json
 import os
+import random
 import shlex
 import subprocess
 import sys
@@ -19,8 +20,11 @@ PERMISSION_ALLOWED = {'hookSpecificOutput': {'hookEventName': 'PermissionRequest
 
 class X11(Desktop):
     def setup(self):
-        display = self.read_line(lambda w: ['Xvfb', '-displayfd', str(w), '-screen', '0',
-                                            f'{W}x{H}x24', '-nolisten', 'tcp'], 15, 'Xvfb')
+        # A display number of our own, away from the low numbers other sessions hard-code.
+        free = [n for n in range(100, 200) if not os.path.exists(f'/tmp/.X{n}-lock')]
+        display = self.read_line(lambda w: ['Xvfb', f':{random.choice(free)}', '-displayfd',
+                                            str(w), '-screen', '0', f'{W}x{H}x24', '-nolisten',
+                                            'tcp'], 15, 'Xvfb')
         self.env['DISPLAY'] = ':' + display
         self.start_bus()
         os.environ.update(DISPLAY=self.env['DISPLAY'],
