@@ -306,6 +306,8 @@ def main(desktop, cases, tools):
         raise
     if len(sys.argv) < 2:
         sys.exit(f'usage: {sys.argv[0]} BUILD_DIR [case ...]')
+    # A test driver's SIGTERM (ctest's timeout) still stops every program started here.
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit('FAIL: stopped from outside'))
     session, failed = desktop(sys.argv[1]), []
     chosen = [c for c in cases if c.__name__ in sys.argv[2:]] or cases
     try:
@@ -329,6 +331,7 @@ def main(desktop, cases, tools):
         logs = ''.join(f'\n  [{p.argv[0]}] {p.output(".err")[-300:]}' for p in session.procs)
         sys.exit(f'FAIL setting up the desktop: {e}{logs}')
     finally:
+        signal.signal(signal.SIGTERM, signal.SIG_IGN)  # nothing interrupts the cleaning up
         session.stop_all()
         shutil.rmtree(session.tmp, ignore_errors=True)
     print(f'{len(chosen) - len(failed)} of {len(chosen)} passed' +

@@ -29,9 +29,13 @@ class X11(Desktop):
         self.start_bus()
         os.environ.update(DISPLAY=self.env['DISPLAY'],
                           DBUS_SESSION_BUS_ADDRESS=self.env['DBUS_SESSION_BUS_ADDRESS'])
-        self.start(['openbox', '--sm-disable'])
-        wait_for(lambda: 'window id' in self.x(['xprop', '-root', '_NET_SUPPORTING_WM_CHECK']),
-                 20, 'openbox')
+        for attempt in range(3):  # openbox now and then exits silently as it starts
+            wm = self.start(['openbox', '--sm-disable'])
+            wait_for(lambda: not wm.running() or 'window id' in self.x(
+                ['xprop', '-root', '_NET_SUPPORTING_WM_CHECK']), 20, 'openbox')
+            if wm.running():
+                break
+        check(wm.running(), f'openbox exited with status {wm.p.returncode}')
         self.start(['xcompmgr'])
         probe = ("import gi; gi.require_version('Gdk', '3.0'); from gi.repository import Gdk; "
                  "print(Gdk.Screen.get_default().is_composited())")
