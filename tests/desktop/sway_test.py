@@ -96,16 +96,11 @@ def layer_surface_pill_click_through_and_hover(s):
     pill_click_through_and_hover(s, 'sway')
 
 
-def panel_is_a_layer_surface(s):
-    s.vantler(s.home({'onboarded': True}))
-    s.wait_drawn(top_pill, 20, 'the pill')
-    check(windows(s) == ['clicker'], f'vantler shows a normal window, not a layer: {windows(s)}')
-
-
-def peek_then_quit_releases(s):
+def layer_peek_then_quit_releases(s):
     env = s.home({'onboarded': True, 'autoOpen': True})
     app = s.vantler(env)
     s.wait_drawn(top_pill, 20, 'the pill')
+    check(windows(s) == ['clicker'], f'vantler shows a normal window, not a layer: {windows(s)}')
     hook = s.hook(env, fixture('claude_permission.json'))
     s.wait_drawn(opened, 5, 'the panel peeking at a permission request', 'sway-peeking')
     check(s.command(env, 'quit')[0] == 0, 'vantler quit failed')
@@ -115,6 +110,5 @@ def peek_then_quit_releases(s):
 
 
 if __name__ == '__main__':
-    main(Sway, [panel_is_a_layer_surface, layer_surface_pill_click_through_and_hover,
-                peek_then_quit_releases],
+    main(Sway, [layer_surface_pill_click_through_and_hover, layer_peek_then_quit_releases],
          ('sway', 'grim', 'wayvnc'))
