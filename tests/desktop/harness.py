@@ -3,6 +3,7 @@ buses, temporary homes, the real `vantler` and `vantler-hook`, screenshots read 
 and a runner that reports each case."""
 import json
 import os
+import re
 import select
 import shutil
 import signal
@@ -49,9 +50,9 @@ class Image:
     """An RGB screenshot; boxes are (x0, y0, x1, y1), end exclusive."""
 
     def __init__(self, ppm):
-        magic, w, h, depth, self.data = ppm.split(maxsplit=4)
-        check(magic == b'P6' and depth == b'255', 'screenshot is not an 8-bit PPM')
-        self.w, self.data = int(w), bytearray(self.data)
+        head = re.match(rb'P6\s+(\d+)\s+\d+\s+255\s', ppm)  # one blank before the pixels
+        check(head, 'screenshot is not an 8-bit PPM')
+        self.w, self.data = int(head[1]), bytearray(ppm[head.end():])
 
     def paint(self, box, colour):
         x0, x1 = max(box[0], 0), min(box[2], self.w)
