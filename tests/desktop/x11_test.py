@@ -140,6 +140,8 @@ def second_instance_takes_over(s):
     s.wait_drawn(top_pill, 20, 'the pill')
     hook = s.hook(env, fixture('claude_permission.json'))
     wait_for(lambda: '"pending"' in s.command(env, 'state')[1], 5, 'the request held')
+    time.sleep(1)
+    check(top_pill(s.drawn('x11-request-waiting')[0]), 'a request opened the panel, autoOpen off')
     second = s.vantler(env)
     first.wait(5, 'the first vantler after the second started')
     check(hook.wait(5, 'the hook held by the first instance') == 0, 'hook: ' + hook.output())
