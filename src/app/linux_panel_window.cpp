@@ -4,8 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
-#include <cstring>
 
 #include "app/linux_x11.h"
 
@@ -93,8 +91,6 @@ LinuxPanelWindow::~LinuxPanelWindow() {
   g_signal_handlers_disconnect_by_data(content_, this);
   g_signal_handlers_disconnect_by_data(window_, this);
   if (tick_) gtk_widget_remove_tick_callback(window_, tick_);
-  for (guint timer : {repaintTimer_, restoreTimer_})
-    if (timer) g_source_remove(timer);
   // The page's view belongs to its stage, which outlives this window's use of it.
   gtk_container_remove(GTK_CONTAINER(window_), content_);
   gtk_widget_destroy(window_);
@@ -263,35 +259,6 @@ void LinuxPanelWindow::place(const Rect& frame) {
 void LinuxPanelWindow::setInputRegion(const std::vector<Rect>& rects) {
   input_ = rects;
   applyShape();
-  const char* noCompositing = std::getenv("WEBKIT_DISABLE_COMPOSITING_MODE");
-  if (noCompositing && std::strcmp(noCompositing, "0") != 0) {
-    // Without WebKit's compositing (a user's choice where GL fails), parts of the page that
-    // turn transparent keep their old pixels. A new size gives the view a fresh backing store
-    // that the page paints whole: once the page has settled into its new shape, the view is
-    // made a pixel shorter and back.
-    if (repaintTimer_) g_source_remove(repaintTimer_);
-    repaintTimer_ = g_timeout_add(
-        300,
-        +[](gpointer data) -> gboolean {
-          auto* self = static_cast<LinuxPanelWindow*>(data);
-          self->repaintTimer_ = 0;
-          int w = std::max(1, int(std::lround(self->frame_.w)));
-          int h = std::max(2, int(std::lround(self->frame_.h)));
-          gtk_widget_set_size_request(self->content_, w, h - 1);
-          if (self->restoreTimer_) g_source_remove(self->restoreTimer_);
-          self->restoreTimer_ = g_timeout_add(
-              60,
-              +[](gpointer d) -> gboolean {
-                auto* s = static_cast<LinuxPanelWindow*>(d);
-                s->restoreTimer_ = 0;
-                s->place(s->frame_);
-                return G_SOURCE_REMOVE;
-              },
-              self);
-          return G_SOURCE_REMOVE;
-        },
-        this);
-  }
 }
 
 void LinuxPanelWindow::applyShape() {

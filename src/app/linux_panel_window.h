@@ -74,8 +74,6 @@ class LinuxPanelWindow final : public PanelWindow {
 
   // The drop animation.
   guint tick_ = 0;
-  guint repaintTimer_ = 0;  // see setInputRegion
-  guint restoreTimer_ = 0;
   Rect from_, to_;
   gint64 startedAt_ = 0;
 
