@@ -369,8 +369,13 @@ TEST_F(PanelTest, AnswersOnlyCountAsAnArrayOfStrings) {
 TEST_F(PanelTest, CommandsFromThePage) {
   start(true);
   panel->handle({{"type", "ready"}});
-  panel->handle({{"type", "ready"}});
   EXPECT_EQ(messages("hello").size(), 1u);
+  sent.clear();
+  panel->handle({{"type", "ready"}});  // a reloaded page gets the unchanged state again
+  EXPECT_TRUE(messages("hello").empty());
+  EXPECT_EQ(messages("state").size(), 1u);
+  panel->push();  // nothing changed since: nothing sent
+  EXPECT_EQ(messages("state").size(), 1u);
 
   sent.clear();
   panel->handle({{"type", "setting"}, {"value", true}});  // no key: nothing

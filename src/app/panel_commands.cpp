@@ -103,6 +103,7 @@ void PanelController::handle(const Json& command) {
   static const std::unordered_map<std::string_view, Action> actions = {
       {"ready",
        [](PanelController& c, const Json&, const std::string&) {
+         c.lastState_ = nullptr;  // a new page has seen nothing yet
          c.push();
          if (!c.arriving_) return;
          c.arriving_ = false;

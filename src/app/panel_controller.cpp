@@ -535,7 +535,11 @@ void PanelController::push() {
   Json state = hub_.snapshot();
   state["geo"] = geo();
   if (options_.trace) state["trace"] = true;
-  send_("state", std::move(state));
+  // The page re-renders on every state: an unchanged one is not sent again.
+  if (state != lastState_) {
+    lastState_ = state;
+    send_("state", std::move(state));
+  }
   refresh();
 }
 

@@ -151,6 +151,7 @@ class PanelController {
   std::optional<Loop::TaskId> collapseWork_;
   std::optional<Loop::TaskId> peekWork_;
   std::optional<Point> lastPointer_;
+  Json lastState_;                     // the last "state" sent to the page
   std::optional<Point> eventPointer_;  // from the window's own events (desktop coordinates)
   bool raised_ = false;
   bool globalPointer_ = true;  // the desktop reports the pointer anywhere (not on Wayland)
