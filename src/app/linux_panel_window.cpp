@@ -91,6 +91,7 @@ LinuxPanelWindow::~LinuxPanelWindow() {
   g_signal_handlers_disconnect_by_data(content_, this);
   g_signal_handlers_disconnect_by_data(window_, this);
   if (tick_) gtk_widget_remove_tick_callback(window_, tick_);
+  if (renewTimer_) g_source_remove(renewTimer_);
   // The page's view belongs to its stage, which outlives this window's use of it.
   gtk_container_remove(GTK_CONTAINER(window_), content_);
   gtk_widget_destroy(window_);
@@ -235,7 +236,8 @@ gboolean LinuxPanelWindow::onTick(GtkWidget*, GdkFrameClock* clock, gpointer dat
 void LinuxPanelWindow::place(const Rect& frame) {
   frame_ = frame;
   int x = int(std::lround(frame.x)), y = int(std::lround(frame.y));
-  int w = std::max(1, int(std::lround(frame.w))), h = std::max(1, int(std::lround(frame.h)));
+  int w = std::max(1, int(std::lround(frame.w)));
+  int h = std::max(1, int(std::lround(frame.h)) - (pixelShort_ ? 1 : 0));
   // A surface whose child has no size never draws.
   gtk_widget_set_size_request(content_, w, h);
   gtk_window_resize(GTK_WINDOW(window_), w, h);
@@ -257,8 +259,27 @@ void LinuxPanelWindow::place(const Rect& frame) {
 // --- input and visibility ---
 
 void LinuxPanelWindow::setInputRegion(const std::vector<Rect>& rects) {
+  bool changed = rects != input_;
   input_ = rects;
   applyShape();
+  if (!changed) return;
+  // The page changes shape with animations over transparent pixels (it grows, its shadow moves,
+  // it shrinks): once they end, the whole view is painted afresh.
+  if (renewTimer_) g_source_remove(renewTimer_);
+  renewTimer_ = g_timeout_add(
+      kRenewDelayMs,
+      +[](gpointer data) -> gboolean {
+        auto* self = static_cast<LinuxPanelWindow*>(data);
+        self->renewTimer_ = 0;
+        self->renewBackingStore();
+        return G_SOURCE_REMOVE;
+      },
+      this);
+}
+
+void LinuxPanelWindow::renewBackingStore() {
+  pixelShort_ = !pixelShort_;
+  place(frame_);
 }
 
 void LinuxPanelWindow::applyShape() {

@@ -18,6 +18,7 @@ class LinuxPanelWindow final : public PanelWindow {
  public:
   // The drop animation's length and curve (a slight overshoot).
   static constexpr double kAnimationSeconds = 0.28;
+  static constexpr guint kRenewDelayMs = 350;
 
   // `content` (the page's view) fills the window.
   LinuxPanelWindow(GtkApplication* app, GtkWidget* content, LinuxSession::Kind kind);
@@ -47,6 +48,7 @@ class LinuxPanelWindow final : public PanelWindow {
  private:
   void place(const Rect& frame);
   void applyShape();
+  void renewBackingStore();
   void loadScreens();
   std::optional<Rect> fullscreenWindow() const;
   GdkMonitor* monitorAt(const Rect& frame) const;
@@ -71,6 +73,13 @@ class LinuxPanelWindow final : public PanelWindow {
   bool composited_ = true;
   bool buttonDown_ = false;          // tracked from our own events where there is no global pointer
   unsigned long previousFocus_ = 0;  // the X window that had focus before the panel took it
+
+  // Without WebKit's compositing the view draws each update over its old pixels, so where the
+  // page turns (partly) transparent the old content stays; a size change gives it a new
+  // backing store, painted whole. After the page changes shape, the view's height alternates
+  // between the frame's and a pixel less.
+  guint renewTimer_ = 0;
+  bool pixelShort_ = false;
 
   // The drop animation.
   guint tick_ = 0;
