@@ -21,10 +21,12 @@ build: deps
 	@cmake -S . -B $(BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVANTLER_TESTS=OFF >/dev/null
 	@cmake --build $(BUILD) -j $(JOBS)
 
-# Starts the daemon in the foreground; Ctrl-C stops it. ARGS="--replace" takes over from a
-# running instance.
+# Starts the desktop app (the panel), or the daemon in the foreground when there is no display;
+# Ctrl-C stops either. A new start replaces a running instance.
 run: build
-	./$(BUILD)/vantler daemon $(ARGS)
+	@scripts/deps.sh run
+	@if [ -n "$$DISPLAY$$WAYLAND_DISPLAY" ]; then ./$(BUILD)/vantler $(ARGS); \
+	else ./$(BUILD)/vantler daemon --replace $(ARGS); fi
 
 # The native tests, a short fuzz run, then the page's tests.
 test: test-native
@@ -68,6 +70,9 @@ bench:
 	@cmake -S . -B $(BENCH_BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=Release -DVANTLER_TESTS=OFF -DVANTLER_BENCH=ON >/dev/null
 	@cmake --build $(BENCH_BUILD) -j $(JOBS)
 	@for b in $(BENCH_BUILD)/bench_*; do echo "== $$(basename $$b)"; $$b || exit 1; done
+	@if command -v Xvfb >/dev/null && command -v openbox >/dev/null && command -v xcompmgr >/dev/null; then \
+	  echo "== desktop app"; /usr/bin/python3 bench/desktop_bench.py $(BENCH_BUILD); \
+	else echo "== desktop app: skipped (needs Xvfb, openbox and xcompmgr: scripts/deps.sh test)"; fi
 	@if [ -x scripts/test-web.sh ]; then scripts/test-web.sh bench; fi
 
 format:

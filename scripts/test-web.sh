@@ -3,6 +3,7 @@
 # tests in Debian's chromium through playwright-core.
 #   scripts/test-web.sh         build, unit tests, end-to-end tests
 #   scripts/test-web.sh bench   build, then the receive→frame benchmark and bundle size
+#   scripts/test-web.sh build   build only (web/dist)
 set -euo pipefail
 
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
@@ -23,7 +24,7 @@ apt_install() {
 }
 
 command -v node >/dev/null 2>&1 && command -v npm >/dev/null 2>&1 || apt_install nodejs npm
-[ -x /usr/bin/chromium ] || apt_install chromium
+[ "$mode" = build ] || [ -x /usr/bin/chromium ] || apt_install chromium
 
 cd "$web"
 if [ ! -d node_modules ] || [ package-lock.json -nt node_modules ]; then
@@ -33,10 +34,11 @@ fi
 npm run --silent build
 
 case "$mode" in
+  build) ;;
   bench) npm run --silent bench ;;
   test)
     npm test --silent
     npm run --silent e2e
     ;;
-  *) echo "usage: $0 [test|bench]" >&2; exit 2 ;;
+  *) echo "usage: $0 [test|bench|build]" >&2; exit 2 ;;
 esac

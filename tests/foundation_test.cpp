@@ -157,14 +157,17 @@ TEST(Prefs, SetValidatesAndAppliesSideEffects) {
 
   EXPECT_FALSE(
       Prefs::set(d, "openKey", {{"code", 49}, {"mods", HotKey::kCommand | HotKey::kShift}}));
-  EXPECT_EQ(Prefs::json(d)["openKey"]["label"], "⇧⌘Space");
-  EXPECT_EQ(Prefs::json(d)["talkKey"]["label"], "⌃⌥T");
+  EXPECT_EQ(Prefs::json(d)["openKey"]["label"], "Shift+Super+Space");
+  EXPECT_EQ(Prefs::json(d)["talkKey"]["label"], "Ctrl+Alt+Space");
   EXPECT_TRUE(Prefs::set(d, "talkKey", "ctrl+t"));
 
   EXPECT_FALSE(Prefs::openAtLogin());
   EXPECT_FALSE(Prefs::set(d, "openAtLogin", true));
   EXPECT_TRUE(Prefs::openAtLogin());
-  EXPECT_NE(Files::read(Prefs::autostartPath())->find("Exec=/"), std::string::npos);
+  EXPECT_NE(Files::read(Prefs::autostartPath())->find("Exec=\"/"), std::string::npos);
+  ASSERT_FALSE(Prefs::setOpenAtLogin(true, "/opt/my apps/$x\"/vantler"));
+  EXPECT_NE(Files::read(Prefs::autostartPath())->find("Exec=\"/opt/my apps/\\$x\\\"/vantler\"\n"),
+            std::string::npos);
   EXPECT_FALSE(Prefs::set(d, "openAtLogin", false));
   EXPECT_FALSE(Prefs::json(d)["openAtLogin"]);
 
@@ -181,11 +184,12 @@ TEST(Prefs, SetValidatesAndAppliesSideEffects) {
 }
 
 TEST(HotKey, LabelsAndPacking) {
-  EXPECT_EQ(HotKey::label(HotKey::defaultCombo(HotKey::Action::open)), "⌃⌥R");
-  EXPECT_EQ(HotKey::label({47, HotKey::kCommand | HotKey::kShift}), "⇧⌘.");
+  EXPECT_EQ(HotKey::label(HotKey::defaultCombo(HotKey::Action::open)), "Ctrl+Alt+R");
+  EXPECT_EQ(HotKey::label(HotKey::defaultCombo(HotKey::Action::talk)), "Ctrl+Alt+Space");
+  EXPECT_EQ(HotKey::label({47, HotKey::kCommand | HotKey::kShift}), "Shift+Super+.");
   EXPECT_EQ(HotKey::label({96, 0}), "F5");
-  EXPECT_EQ(HotKey::label({29, HotKey::kOption}), "⌥0");
-  EXPECT_EQ(HotKey::label({999, HotKey::kControl}), "⌃?");
+  EXPECT_EQ(HotKey::label({29, 0x1a00}), "Ctrl+Alt+Shift+0");
+  EXPECT_EQ(HotKey::label({999, HotKey::kControl}), "Ctrl+?");
   EXPECT_EQ(HotKey::code("KeyZ"), 6u);
   HotKey::Combo c{17, 0x1800};
   EXPECT_EQ(HotKey::Combo::unpack(c.packed()), c);

@@ -1,4 +1,5 @@
-// The vantler command: the daemon, and commands that talk to a running instance.
+// The vantler command: the desktop app, the daemon, and commands that talk to a running
+// instance.
 
 #include <algorithm>
 #include <cstdio>
@@ -8,6 +9,7 @@
 
 #include "app/client.h"
 #include "app/daemon.h"
+#include "app/desktop.h"
 #include "bridge/linux_bridge.h"
 #include "core/files.h"
 #include "core/json.h"
@@ -25,6 +27,12 @@ struct Command {
 };
 
 constexpr Command kCommands[] = {
+    {"toggle", "vantler toggle",
+     "Opens the running Vantler panel with the keyboard, or closes it. Bind it to a key in your\n"
+     "desktop's keyboard settings where global keys cannot be grabbed (GNOME, sway, Hyprland)."},
+    {"open", "vantler open", "Opens the running Vantler panel with the keyboard."},
+    {"talk", "vantler talk", "Starts dictation in the running Vantler panel, or stops it."},
+    {"quit", "vantler quit", "Quits the running Vantler app."},
     {"daemon", "vantler daemon [--replace]",
      "Runs Vantler without a window: follows agent sessions, holds their requests and serves\n"
      "the commands below. Ctrl-C stops it. --replace stops an instance already running.\n"
@@ -59,7 +67,10 @@ constexpr Command kCommands[] = {
 };
 
 void usage(FILE* out) {
-  std::fprintf(out, "Vantler %s: a companion for AI coding agents.\n\nUsage:\n", Version::kVersion);
+  std::fprintf(out,
+               "Vantler %s: a companion for AI coding agents.\n\nUsage:\n"
+               "  vantler                 (starts the panel at the top of the screen)\n",
+               Version::kVersion);
   for (const Command& c : kCommands) std::fprintf(out, "  %s\n", c.usage);
   std::fprintf(out,
                "  vantler --version\n\nRun 'vantler <command> --help' for details. Session ids "
@@ -75,7 +86,7 @@ const Command* find(const std::string& name) {
 int notRunning(const std::string& socket) {
   std::fprintf(stderr,
                "vantler: Vantler is not running (nothing listens on %s).\n"
-               "Start it with 'vantler daemon'.\n",
+               "Start it with 'vantler' (or 'vantler daemon' without a display).\n",
                socket.c_str());
   return 1;
 }
@@ -151,9 +162,10 @@ int usageReport(bool json) {
 
 int main(int argc, char** argv) {
   std::vector<std::string> args(argv + 1, argv + argc);
-  if (args.empty() || args[0] == "--help" || args[0] == "-h" || args[0] == "help") {
+  if (args.empty()) return DesktopApp::run(argv[0]);
+  if (args[0] == "--help" || args[0] == "-h" || args[0] == "help") {
     usage(stdout);
-    return args.empty() ? 2 : 0;
+    return 0;
   }
   if (args[0] == "--version") {
     std::printf("vantler %s (%s)\n", Version::kVersion, Version::kRevision);
@@ -177,6 +189,8 @@ int main(int argc, char** argv) {
   };
   const std::string name = command->name;
 
+  if (name == "toggle" || name == "open" || name == "talk" || name == "quit")
+    return args.size() == 1 ? DesktopApp::activate(name) : wrongUsage();
   if (name == "daemon") {
     Daemon::Options options;
     for (size_t i = 1; i < args.size(); ++i) {

@@ -1,6 +1,7 @@
 #include "core/hot_key.h"
 
 #include <array>
+#include <utility>
 
 namespace HotKey {
 namespace {
@@ -47,7 +48,7 @@ constexpr std::array<Key, 59> kKeys{{
 }  // namespace
 
 Combo defaultCombo(Action action) {
-  return action == Action::open ? Combo{15, kControl | kOption} : Combo{17, kControl | kOption};
+  return action == Action::open ? Combo{15, kControl | kOption} : Combo{49, kControl | kOption};
 }
 
 std::optional<uint32_t> code(std::string_view name) {
@@ -69,10 +70,9 @@ std::optional<std::string> keyName(uint32_t code) {
 
 std::string label(Combo combo) {
   std::string out;
-  if (combo.mods & kControl) out += "⌃";
-  if (combo.mods & kOption) out += "⌥";
-  if (combo.mods & kShift) out += "⇧";
-  if (combo.mods & kCommand) out += "⌘";
+  for (auto [bit, name] : {std::pair{kControl, "Ctrl+"}, std::pair{kOption, "Alt+"},
+                           std::pair{kShift, "Shift+"}, std::pair{kCommand, "Super+"}})
+    if (combo.mods & bit) out += name;
   out += keyName(combo.code).value_or("?");
   return out;
 }

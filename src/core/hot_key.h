@@ -1,6 +1,6 @@
 #pragma once
 // Key combinations for the two global hot keys, in their stored form: a virtual key code and
-// a modifier mask (command 0x100, shift 0x200, option 0x800, control 0x1000). Registering them
+// a modifier mask (Super 0x100, Shift 0x200, Alt 0x800, Ctrl 0x1000). Registering them
 // with the desktop is the voice module's job; this is the shared vocabulary.
 
 #include <cstdint>
@@ -29,14 +29,15 @@ struct Combo {
   }
 };
 
-// Control-Option-R opens the panel; Control-Option-T toggles dictation.
+// Ctrl+Alt+R opens the panel; Ctrl+Alt+Space toggles dictation.
 Combo defaultCombo(Action action);
 
 // Virtual key code for a key name ("KeyA", "Digit1", "F5", "Space", "Period", …).
 std::optional<uint32_t> code(std::string_view name);
 // The display label of a key code ("A", "1", "F5", "Space", "."), if the code is known.
 std::optional<std::string> keyName(uint32_t code);
-// Modifier symbols ⌃⌥⇧⌘ then the key's label, or "?" for an unknown key.
+// "Ctrl+Alt+Shift+Super+" (the modifiers held) then the key's label, or "?" for an unknown
+// key: "Ctrl+Alt+R", "Shift+Super+.".
 std::string label(Combo combo);
 
 }  // namespace HotKey

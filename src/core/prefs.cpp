@@ -106,6 +106,21 @@ bool openAtLogin() {
   return Files::exists(autostartPath());
 }
 
+namespace {
+
+// A desktop entry's Exec argument in double quotes, with the characters that stay special
+// inside them escaped: a path with spaces or quotes still starts the right program.
+std::string desktopEntryQuoted(const std::string& path) {
+  std::string quoted = "\"";
+  for (char c : path) {
+    if (c == '"' || c == '`' || c == '$' || c == '\\') quoted += '\\';
+    quoted += c;
+  }
+  return quoted + "\"";
+}
+
+}  // namespace
+
 std::optional<std::string> setOpenAtLogin(bool on, const std::string& executable) {
   std::string path = autostartPath();
   if (!on) {
@@ -118,7 +133,7 @@ std::optional<std::string> setOpenAtLogin(bool on, const std::string& executable
       "Name=Vantler\n"
       "Comment=Companion for AI coding agents\n"
       "Exec=" +
-      executable +
+      desktopEntryQuoted(executable) +
       "\n"
       "Terminal=false\n"
       "X-GNOME-Autostart-enabled=true\n";

@@ -9,7 +9,7 @@ export function demoSettings(over: Json = {}): Json {
     shape: 'auto', replyWindow: 15, hideAfter: 120, autoOpen: false, openAtLogin: true,
     autoUpdate: true, optionTap: true, optionTapReady: true, glass: false, theme: 'auto',
     hooksInstalled: true, cursorInstalled: false, cursorAvailable: true, version: '0.4.0',
-    openKey: { code: 15, mods: 0x1800, label: '⌃⌥R' }, talkKey: { code: 17, mods: 0x1800, label: '⌃⌥T' },
+    openKey: { code: 15, mods: 0x1800, label: 'Ctrl+Alt+R' }, talkKey: { code: 49, mods: 0x1800, label: 'Ctrl+Alt+Space' },
     integrations: [
       { id: 'gemini', label: 'Gemini CLI', available: true, installed: true },
       { id: 'droid', label: 'Droid', available: false, installed: false },

@@ -164,10 +164,10 @@ export interface Combo { code: number; mods: number }
 
 export function comboLabel(c: Combo): string {
   let s = '';
-  if (c.mods & MOD.control) s += '⌃';
-  if (c.mods & MOD.option) s += '⌥';
-  if (c.mods & MOD.shift) s += '⇧';
-  if (c.mods & MOD.command) s += '⌘';
+  if (c.mods & MOD.control) s += 'Ctrl+';
+  if (c.mods & MOD.option) s += 'Alt+';
+  if (c.mods & MOD.shift) s += 'Shift+';
+  if (c.mods & MOD.command) s += 'Super+';
   return s + (LABEL_BY_CODE.get(c.code) ?? '?');
 }
 
@@ -187,7 +187,7 @@ export function comboText(v: unknown, fallback: Combo): string {
 }
 
 export const DEFAULT_OPEN_KEY: Combo = { code: 15, mods: 0x1800 };
-export const DEFAULT_TALK_KEY: Combo = { code: 17, mods: 0x1800 };
+export const DEFAULT_TALK_KEY: Combo = { code: 49, mods: 0x1800 };
 
 /**
  * A combination recorded from a key press, or null while only modifiers are

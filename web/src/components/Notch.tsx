@@ -48,6 +48,32 @@ function useClock(skew: number, live: boolean): number {
   return Math.floor(now / 1000) * 1000;
 }
 
+/** Poses whose mascot moves. */
+const MOVING = new Set(['think', 'write', 'alert']);
+
+/**
+ * The closed strip's motion: instead of animating every frame it steps once a second, through
+ * `data-beat` (0 … 3) on the root element, and only while something there moves and the page
+ * is shown.
+ */
+function useBeat(active: boolean) {
+  useEffect(() => {
+    const root = document.documentElement;
+    if (!active) {
+      delete root.dataset.beat;
+      return;
+    }
+    let n = 0;
+    root.dataset.beat = '0';
+    const t = setInterval(() => {
+      if (document.hidden) return;
+      n = (n + 1) % 4;
+      root.dataset.beat = String(n);
+    }, 1000);
+    return () => clearInterval(t);
+  }, [active]);
+}
+
 function TalkBar({ talk }: { talk: Talk }) {
   if (talk.state === 'off') return null;
   const text: Record<string, string> = {
@@ -155,6 +181,7 @@ export function Notch({ state, dispatch }: { state: UiState; dispatch: (a: Actio
   const live = open && snap.sessions.some((s) => s.mood === 'working' || s.pending?.kind === 'reply');
   const now = useClock(state.skew, live);
   const summary = restSummary(snap);
+  useBeat(!open && (summary.working > 0 || summary.attention > 0 || MOVING.has(summary.pose)));
 
   const pick = useCallback((id: string) => {
     dispatch({ type: 'pick', id });
@@ -241,6 +268,8 @@ export function Notch({ state, dispatch }: { state: UiState; dispatch: (a: Actio
   const onDown = (e: PointerEvent) => {
     if (e.button !== 0 || (e.target as HTMLElement).closest('button')) return;
     press.current = { x: e.screenX, y: e.screenY };
+    // A quick flick leaves the strip on its first motion: keep the moves coming to it.
+    (e.currentTarget as HTMLElement).setPointerCapture?.(e.pointerId);
   };
   const onMove = (e: PointerEvent) => {
     const p = press.current;

@@ -1,0 +1,191 @@
+#!/usr/bin/python3
+"""Desktop app figures on a private Xvfb with openbox and xcompmgr:
+
+  - launch to pill: from exec of `vantler` to the resting pill's first pixels on screen
+    (median of 5 launches; each launch replaces the previous instance);
+  - CPU over 60 s of the app and its WebKit processes, at rest with three finished sessions,
+    and while two sessions work (a tool call each per second through the real vantler-hook);
+  - resident memory of each process at the end.
+
+Usage: bench/desktop_bench.py BUILD_DIR [SECONDS]
+"""
+import json
+import os
+import shutil
+import signal
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+import gi
+
+gi.require_version('Gdk', '3.0')
+from gi.repository import Gdk  # noqa: E402
+
+BUILD = os.path.abspath(sys.argv[1] if len(sys.argv) > 1 else 'build-bench')
+SECONDS = float(sys.argv[2]) if len(sys.argv) > 2 else 60.0
+TICK = os.sysconf('SC_CLK_TCK')
+PAGE = os.sysconf('SC_PAGE_SIZE')
+procs = []
+
+
+def start(argv, env=None, **kw):
+    p = subprocess.Popen(argv, env=env, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, **kw)
+    procs.append(p)
+    return p
+
+
+def display():
+    r, w = os.pipe()
+    start(['Xvfb', '-displayfd', str(w), '-screen', '0', '1600x1000x24', '-nolisten', 'tcp'],
+          pass_fds=(w,))
+    os.close(w)
+    number = b''
+    while not number.endswith(b'\n'):
+        chunk = os.read(r, 16)
+        if not chunk:
+            sys.exit('Xvfb did not start')
+        number += chunk
+    os.close(r)
+    return ':' + number.decode().strip()
+
+
+def cpu_seconds(pid):
+    with open(f'/proc/{pid}/stat') as f:
+        fields = f.read().rsplit(')', 1)[1].split()
+    return (int(fields[11]) + int(fields[12])) / TICK
+
+
+def rss_mb(pid):
+    with open(f'/proc/{pid}/statm') as f:
+        return int(f.read().split()[1]) * PAGE / 2**20
+
+
+def family(pid):
+    """The app and every process below it (WebKit's web and network processes)."""
+    found, todo = [], [pid]
+    while todo:
+        p = todo.pop()
+        found.append(p)
+        try:
+            with open(f'/proc/{p}/task/{p}/children') as f:
+                todo += [int(c) for c in f.read().split()]
+        except OSError:
+            pass
+    return found
+
+
+def name(pid):
+    with open(f'/proc/{pid}/comm') as f:
+        return f.read().strip()
+
+
+def main():
+    tmp = tempfile.mkdtemp(prefix='vantler-bench-')
+    home = os.path.join(tmp, 'home')
+    os.makedirs(os.path.join(home, '.config/vantler'))
+    with open(os.path.join(home, '.config/vantler/defaults.json'), 'w') as f:
+        json.dump({'onboarded': True, 'replyWindow': 0}, f)  # Stop hooks return at once
+    env = dict(os.environ, HOME=home, XDG_CONFIG_HOME=os.path.join(home, '.config'),
+               XDG_RUNTIME_DIR=tmp)
+    for var in ('WAYLAND_DISPLAY', 'VANTLER_DEMO', 'GDK_BACKEND'):
+        env.pop(var, None)
+    env['DISPLAY'] = display()
+    bus = subprocess.run(['dbus-daemon', '--session', '--fork', '--print-address=1',
+                          '--print-pid=1'], capture_output=True, text=True, check=True)
+    address, bus_pid = bus.stdout.split()[:2]
+    env['DBUS_SESSION_BUS_ADDRESS'] = address
+    start(['openbox'], env)
+    start(['xcompmgr'], env)
+    time.sleep(1.0)
+
+    os.environ['DISPLAY'] = env['DISPLAY']
+    Gdk.init([])
+    root = Gdk.get_default_root_window()
+
+    def pill_shown():
+        # The resting pill hangs from the top centre; the root is uniform without it.
+        shot = Gdk.pixbuf_get_from_window(root, 700, 2, 200, 20)
+        data = shot.get_pixels()
+        return len(set(data[i:i + 3] for i in range(0, len(data), 3 * 7))) > 1
+
+    launches = []
+    app = None
+    for _ in range(5):
+        if app:
+            app.send_signal(signal.SIGTERM)
+            app.wait(10)
+        while pill_shown():
+            time.sleep(0.01)
+        t0 = time.monotonic()
+        app = start([os.path.join(BUILD, 'vantler')], env)
+        while not pill_shown():
+            if time.monotonic() - t0 > 20:
+                sys.exit('no pill within 20 s')
+            time.sleep(0.005)
+        launches.append((time.monotonic() - t0) * 1000)
+
+    def hook(event):
+        subprocess.run([os.path.join(BUILD, 'vantler-hook'), 'claude'], input=json.dumps(event),
+                       text=True, env=env, stdout=subprocess.DEVNULL, timeout=10)
+
+    def event(sid, name, **more):
+        return dict(session_id=sid, cwd=f'/w/{sid[:4]}', transcript_path='/nonexistent.jsonl',
+                    hook_event_name=name, **more)
+
+    for sid in ('idle-one', 'idle-two', 'idle-three'):
+        hook(event(sid, 'SessionStart', source='startup'))
+        hook(event(sid, 'UserPromptSubmit', prompt='Fix the flaky test'))
+        hook(event(sid, 'Stop', stop_hook_active=False, last_assistant_message='Done.'))
+    time.sleep(3)
+
+    def measure(work=None):
+        pids = family(app.pid)
+        before = {p: cpu_seconds(p) for p in pids}
+        t0 = time.monotonic()
+        n = 0
+        while time.monotonic() - t0 < SECONDS:
+            if work:
+                work(n)
+                n += 1
+            time.sleep(max(0.0, t0 + n * 1.0 - time.monotonic()) if work else 0.5)
+        wall = time.monotonic() - t0
+        return {p: 100 * (cpu_seconds(p) - before[p]) / wall for p in pids}, pids
+
+    rest, pids = measure()
+
+    def working(n):
+        for sid in ('work-one', 'work-two'):
+            if n == 0:
+                hook(event(sid, 'UserPromptSubmit', prompt='Add rate limiting'))
+            hook(event(sid, 'PreToolUse', tool_name='Read',
+                       tool_input={'file_path': f'/w/src/file{n}.ts'}, tool_use_id=f't{n}'))
+
+    busy, _ = measure(working)
+    memory = {p: rss_mb(p) for p in pids}
+
+    print(f'launch to pill: median {statistics.median(launches):.0f} ms '
+          f'(min {min(launches):.0f}, max {max(launches):.0f}, 5 launches)')
+    print(f'{"process":<24} {"CPU at rest":>12} {"CPU 2 working":>14} {"RSS":>9}')
+    for p in pids:
+        print(f'{name(p):<24} {rest[p]:>11.2f}% {busy[p]:>13.2f}% {memory[p]:>6.0f} MB')
+    print(f'{"total":<24} {sum(rest.values()):>11.2f}% {sum(busy.values()):>13.2f}% '
+          f'{sum(memory.values()):>6.0f} MB')
+    app.send_signal(signal.SIGTERM)
+    app.wait(10)
+    os.kill(int(bus_pid), signal.SIGTERM)
+    shutil.rmtree(tmp, ignore_errors=True)
+
+
+try:
+    main()
+finally:
+    for p in reversed(procs):
+        if p.poll() is None:
+            p.terminate()
+            try:
+                p.wait(5)
+            except subprocess.TimeoutExpired:
+                p.kill()

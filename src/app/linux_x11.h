@@ -1,0 +1,24 @@
+#pragma once
+// The window-manager properties GDK does not cover (EWMH on X11). Kept apart because Xlib's
+// own names (Screen, Window) clash with the panel's.
+
+#include <gdk/gdk.h>
+
+#include <optional>
+
+namespace X11 {
+
+struct Box {
+  int x = 0, y = 0, w = 0, h = 0;
+};
+
+bool isX11(GdkDisplay* display);
+// The focused top-level window (_NET_ACTIVE_WINDOW), 0 when none or not on X11.
+unsigned long activeWindow(GdkDisplay* display);
+// The active window's frame in device pixels when it is in full-screen state.
+std::optional<Box> fullscreenActiveWindow(GdkDisplay* display);
+// Asks the window manager to focus the window, as a pager would.
+void activate(GdkDisplay* display, unsigned long window);
+unsigned long xid(GdkWindow* window);
+
+}  // namespace X11

@@ -1,0 +1,49 @@
+#pragma once
+// What every face of Vantler runs, with or without a window: the hub and its collaborators,
+// the hook socket and the Codex watcher, started in one order by the daemon and by the
+// desktop app. Which process may run them is decided before, by `Instance`.
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "bridge/linux_bridge.h"
+#include "core/defaults.h"
+#include "core/hub.h"
+#include "core/linux_glib_loop.h"
+#include "integrations/codex_watcher.h"
+
+class Services {
+ public:
+  Services(GLibLoop& loop, std::string home);
+  ~Services();
+  Services(const Services&) = delete;
+  Services& operator=(const Services&) = delete;
+
+  // VANTLER_DEMO is set: demonstration sessions instead of the user's.
+  static bool demo();
+
+  // Listens on the hook socket. False when it cannot be bound; `bridgeError()` says why.
+  bool startBridge();
+  const std::string& bridgeError() const { return bridgeError_; }
+  // Restores recently finished sessions and follows Codex, or loads the demonstration
+  // sessions.
+  void startSessions();
+  // Rewrites installed Claude Code and Cursor hooks so they run the current vantler-hook.
+  static void refreshHooks();
+  // Stops listening; the socket file goes if it is still the one this process made.
+  void stop();
+
+  Hub& hub() { return hub_; }
+  Defaults& defaults() { return defaults_; }
+  Bridge* bridge() { return bridge_.get(); }
+  const std::string& home() const { return home_; }
+
+ private:
+  std::string home_;
+  Defaults defaults_;
+  Hub hub_;
+  CodexWatcher codex_;
+  std::unique_ptr<Bridge> bridge_;
+  std::string bridgeError_;
+};

@@ -1,0 +1,215 @@
+#!/usr/bin/env python3
+"""The desktop app on X11: Xvfb with openbox and xcompmgr, the real `vantler` and
+`vantler-hook`, driven with xdotool and the accessibility tree, checked on screenshots.
+Usage: x11_test.py BUILD_DIR [case ...]"""
+import json
+import os
+import random
+import shlex
+import subprocess
+import sys
+import time
+
+sys.dont_write_bytecode = True  # keep the source tree clean
+from harness import (H, W, Desktop, accessible, centre, check, extents, fixture, main, opened,
+                     pill, pill_click_through_and_hover, press, top_pill, wait_for)
+
+PERMISSION_ALLOWED = {'hookSpecificOutput': {'hookEventName': 'PermissionRequest',
+                                             'decision': {'behavior': 'allow'}}}
+
+
+class X11(Desktop):
+    def setup(self):
+        # A display number of our own, away from the low numbers other sessions hard-code.
+        free = [n for n in range(100, 200) if not os.path.exists(f'/tmp/.X{n}-lock')]
+        display = self.read_line(lambda w: ['Xvfb', f':{random.choice(free)}', '-displayfd',
+                                            str(w), '-screen', '0', f'{W}x{H}x24', '-nolisten',
+                                            'tcp'], 15, 'Xvfb')
+        self.env['DISPLAY'] = ':' + display
+        self.start_bus()
+        os.environ.update(DISPLAY=self.env['DISPLAY'],
+                          DBUS_SESSION_BUS_ADDRESS=self.env['DBUS_SESSION_BUS_ADDRESS'])
+        for attempt in range(3):  # openbox now and then exits silently as it starts
+            wm = self.start(['openbox', '--sm-disable'])
+            wait_for(lambda: not wm.running() or 'window id' in self.x(
+                ['xprop', '-root', '_NET_SUPPORTING_WM_CHECK']), 20, 'openbox')
+            if wm.running():
+                break
+        check(wm.running(), f'openbox exited with status {wm.p.returncode}')
+        self.start(['xcompmgr'])
+        probe = ("import gi; gi.require_version('Gdk', '3.0'); from gi.repository import Gdk; "
+                 "print(Gdk.Screen.get_default().is_composited())")
+        wait_for(lambda: 'True' in self.x(['/usr/bin/python3', '-c', probe]), 20, 'xcompmgr')
+        self.clicker()
+        self.mouse(100, 900)
+
+    def x(self, argv):
+        return subprocess.run(argv, env=self.env, capture_output=True, text=True,
+                              timeout=10).stdout
+
+    def xdotool(self, *args):
+        subprocess.run(['xdotool', *map(str, args)], env=self.env, check=True, timeout=10)
+
+    def mouse(self, x, y):
+        self.xdotool('mousemove', x, y)
+
+    def click(self, x, y):
+        self.xdotool('mousemove', x, y, 'click', 1)
+
+    def grab(self, path):
+        subprocess.run(['import', '-window', 'root', '-depth', '8', path], env=self.env,
+                       check=True, timeout=20)
+
+
+def start_app(s, defaults=None):
+    env = s.home({'onboarded': True} if defaults is None else defaults)
+    return env, s.vantler(env)
+
+
+def rest_hover_and_click_through(s):
+    pill_click_through_and_hover(s, 'x11')
+
+
+def peek_and_allow(s):
+    env, _ = start_app(s, {'onboarded': True, 'autoOpen': True})
+    s.wait_drawn(top_pill, 20, 'the pill')
+    hook = s.hook(env, fixture('claude_permission.json'))
+    s.wait_drawn(opened, 5, 'the panel peeking at a permission request', 'x11-peeking')
+    check(hook.running(), 'the hook did not wait for an answer: ' + hook.output())
+    press('Allow')
+    check(hook.wait(5, 'the hook after Allow') == 0, 'the hook failed: ' + hook.output())
+    check(json.loads(hook.output()) == PERMISSION_ALLOWED, 'hook printed ' + hook.output())
+    s.wait_drawn(top_pill, 10, 'the peek ending by itself, the pointer away')
+
+
+def reply_typed_in_panel(s):
+    env, _ = start_app(s, {'onboarded': True, 'replyWindow': 60})
+    box = s.wait_drawn(top_pill, 20, 'the pill')
+    hook = s.hook(env, fixture('claude_stop.json'))
+    s.mouse(W // 2, box[1] + 5)
+    s.wait_drawn(opened, 5, 'the panel opened by hovering')
+    field = accessible('Reply to', ('entry', 'text', 'section', 'paragraph'))
+    x, y, w, h = extents(field)
+    s.mouse(x + w // 2, y + h // 2)
+    s.xdotool('click', 1)
+    text = 'Also add a regression test'
+    s.xdotool('type', '--delay', 20, text)
+    s.drawn('x11-reply-typed')
+    s.xdotool('key', 'Return')
+    check(hook.wait(5, 'the hook after Enter') == 0, 'the hook failed: ' + hook.output())
+    out = json.loads(hook.output() or 'null')
+    check(out and out['hookSpecificOutput']['additionalContext'].endswith('\n\n' + text),
+          'hook printed ' + hook.output())
+
+
+def drag_and_remembered_place(s):
+    env, app = start_app(s)
+    box = s.wait_drawn(top_pill, 20, 'the pill')
+    s.mouse(W // 2, box[1] + 5)
+    box = s.wait_drawn(opened, 5, 'the panel opened by hovering')
+    x, y = box[0] + 120, box[1] + 20  # on the strip, beside its title
+    s.mouse(x, y)
+    s.xdotool('mousedown', 1)
+    for dx in (3, 6, 9):  # a few points along the strip first, as a hand would
+        s.mouse(x + dx, y)
+        time.sleep(0.05)
+    for i in range(1, 21):
+        s.mouse(x + (400 - x) * i // 20, y + (600 - y) * i // 20)
+        time.sleep(0.02)
+    s.xdotool('mouseup', 1)
+    s.mouse(W - 100, H - 100)
+
+    def near_drop(b):
+        return b if pill(b) and abs(centre(b)[0] - 400) <= 80 and abs(centre(b)[1] - 600) <= 80 \
+            else None
+    dropped = s.wait_drawn(near_drop, 5, 'the pill where it was dropped near (400, 600)',
+                           'x11-dragged')
+    with open(os.path.join(env['XDG_CONFIG_HOME'], 'vantler/defaults.json')) as f:
+        check('placement.screen' in json.load(f), 'no placement stored after the drop')
+    check(s.command(env, 'quit')[0] == 0, 'vantler quit failed')
+    app.wait(5, 'vantler after quit')
+    s.vantler(env)
+    again = s.wait_drawn(near_drop, 20, 'the pill at the remembered place after a restart',
+                         'x11-restarted-at-place')
+    check(all(abs(a - b) <= 4 for a, b in zip(again, dropped)),
+          f'the pill moved from {dropped} to {again} across a restart')
+
+
+def second_instance_takes_over(s):
+    env, first = start_app(s)
+    s.wait_drawn(top_pill, 20, 'the pill')
+    hook = s.hook(env, fixture('claude_permission.json'))
+    wait_for(lambda: '"pending"' in s.command(env, 'state')[1], 5, 'the request held')
+    time.sleep(1)
+    check(top_pill(s.drawn('x11-request-waiting')[0]), 'a request opened the panel, autoOpen off')
+    second = s.vantler(env)
+    first.wait(5, 'the first vantler after the second started')
+    check(hook.wait(5, 'the hook held by the first instance') == 0, 'hook: ' + hook.output())
+    check(hook.output() == '', 'the released hook printed ' + hook.output())
+    s.wait_drawn(top_pill, 20, 'the pill of the second instance')
+    check(second.running(), 'the second vantler exited: ' + second.output())
+
+
+def commands_and_themes(s):
+    light = {}
+    for theme in ('light', 'dark'):
+        env, app = start_app(s, {'onboarded': True, 'theme': theme})
+        s.wait_drawn(top_pill, 20, 'the pill')
+        s.drawn(f'x11-at-rest-{theme}')
+        check(s.command(env, 'open')[0] == 0, 'vantler open failed')
+        box = s.wait_drawn(opened, 5, 'the panel opened by `vantler open`', f'x11-open-{theme}')
+        light[theme] = s.drawn()[1].luminance(box)
+        s.click_through((W // 2, 600))  # inside the panel's window, below what it paints
+        code, out = s.command(env, 'quit')
+        check(code == 0, 'vantler quit: ' + out)
+        check(app.wait(5, 'vantler after quit') == 0, 'vantler exited with an error')
+        wait_for(lambda: s.drawn()[0] is None, 5, 'the screen empty after quit')
+    check(light['light'] > light['dark'] + 40, f'open panel brightness by theme: {light}')
+    s.vantler(env)
+    s.wait_drawn(top_pill, 20, 'the pill')
+    for expect, what in ((opened, 'opened'), (top_pill, 'closed')):
+        check(s.command(env, 'toggle')[0] == 0, 'vantler toggle failed')
+        s.wait_drawn(expect, 5, f'the panel {what} by `vantler toggle`')
+
+
+def onboarding_and_login_item(s):
+    env = s.home()
+    s.vantler(env)
+    accessible('Get started')
+    first = wait_for(lambda: (b := s.drawn()[0]) == s.drawn()[0] and b, 5, 'onboarding settled')
+    s.drawn('x11-onboarding')
+    entry = os.path.join(env['XDG_CONFIG_HOME'], 'autostart', 'vantler.desktop')
+    switch = ('switch', 'toggle button', 'check box', 'push button')
+    press('Open at login', switch)
+    wait_for(lambda: os.path.exists(entry), 5, 'the autostart entry')
+    with open(entry) as f:
+        lines = f.read().splitlines()
+    check(lines[0] == '[Desktop Entry]' and 'Type=Application' in lines, f'entry: {lines}')
+    exe = [shlex.split(ln[5:])[0] for ln in lines if ln.startswith('Exec=')]
+    check(exe and os.path.exists(exe[0]) and os.path.samefile(exe[0], s.build + '/vantler'),
+          f'Exec= does not start this vantler: {lines}')
+    press('Open at login', switch)
+    wait_for(lambda: not os.path.exists(entry), 5, 'the autostart entry removed')
+    press('Get started')
+    s.wait_drawn(top_pill, 10, 'the pill after onboarding')
+    with open(os.path.join(env['XDG_CONFIG_HOME'], 'vantler/defaults.json')) as f:
+        check(json.load(f).get('onboarded') is True, 'onboarded not stored')
+    check(first and abs(centre(first)[0] - W // 2) <= 30 and abs(centre(first)[1] - H // 2) <= 60
+          and 380 <= first[2] - first[0] <= 560 and first[3] < H - 1,
+          f'the onboarding window at {first} is not centred on the screen and within it')
+
+
+def no_display(s):
+    env = s.home({'onboarded': True})
+    del env['DISPLAY']
+    code, out = s.command(env)
+    lines = out.strip().splitlines()
+    check(code != 0 and len(lines) == 1 and 'vantler daemon' in lines[0],
+          f'without a display: exit {code}, output {out!r}')
+
+
+if __name__ == '__main__':
+    main(X11, [rest_hover_and_click_through, peek_and_allow, reply_typed_in_panel,
+         drag_and_remembered_place, second_instance_takes_over, commands_and_themes,
+         onboarding_and_login_item, no_display],
+         ('Xvfb',))
