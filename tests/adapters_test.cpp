@@ -205,6 +205,37 @@ TEST_F(AdapterTest, BadPayloadsAndNotifications) {
   auto looping = claude("Stop", {{"stop_hook_active", true}});
   EXPECT_THAT(looping->replies, ElementsAre(""));
 
+  // A finished turn waits for a reply only when someone can give one: under "auto", an
+  // interactive agent while the user has the panel open.
+  struct Hold {
+    const char* rule;
+    bool looking;
+    std::optional<std::string> entrypoint;
+    bool headlessAgent;
+    bool held;
+  };
+  for (const Hold& h : std::initializer_list<Hold>{{"auto", true, "cli", false, true},
+                                                   {"auto", false, "cli", false, false},
+                                                   {"auto", true, "sdk-cli", false, false},
+                                                   {"auto", true, std::nullopt, true, false},
+                                                   {"always", false, "sdk-cli", true, true},
+                                                   {"never", true, "cli", false, false}}) {
+    SCOPED_TRACE(std::string(h.rule) + (h.looking ? " looking" : " away"));
+    defaults.set("replyHold", h.rule);
+    looking = h.looking;
+    headless = h.headlessAgent ? std::set<int32_t>{77} : std::set<int32_t>{};
+    Session held = s();
+    held.agentPid = 77;
+    held.stats.entrypoint = h.entrypoint;
+    hub->store(held);
+    auto turn = claude("Stop");
+    EXPECT_EQ(turn->held.has_value(), h.held);
+    EXPECT_EQ(turn->replies.empty(), h.held);
+    hub->release("claude:s1");
+  }
+  defaults.remove("replyHold");
+  looking = true;
+
   size_t before = hub->sessions().size();
   auto unknown = send({{"_agent", "gemini"}, {"hook_event_name", "Mystery"}, {"session_id", "z"}});
   EXPECT_THAT(unknown->replies, ElementsAre(""));

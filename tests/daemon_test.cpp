@@ -42,9 +42,11 @@ class DaemonTest : public ::testing::Test {
   }
   std::string socket() const { return home.path() + "/.vantler/run/vantler.sock"; }
 
-  void start(const Json& settings = Json::object()) {
-    if (!settings.empty())
-      Files::writeAtomic(home.path() + "/.config/vantler/defaults.json", settings.dump());
+  // Without a panel nobody looks at a finished turn: these runs answer replies from the
+  // command line, so the hook of a finished turn is always held for one.
+  void start(Json settings = Json::object()) {
+    if (!settings.contains("replyHold")) settings["replyHold"] = "always";
+    Files::writeAtomic(home.path() + "/.config/vantler/defaults.json", settings.dump());
     daemon =
         std::make_unique<Process>(std::vector<std::string>{kBin + "/vantler", "daemon"}, env());
     for (int i = 0; i < 500 && !Files::exists(socket()); ++i)
@@ -455,7 +457,8 @@ TEST_F(DaemonTest, StartsPastSettingsItCannotRead) {
   ASSERT_EQ(mkfifo(claude.c_str(), 0600), 0);
   Files::writeAtomic(home.path() + "/.cursor/hooks.json", "{\"version\": 1E400}");
   start();
-  for (int i = 0; i < 500 && daemon->err().find("listening") == std::string::npos; ++i)
+  // The files are looked at after the socket listens.
+  for (int i = 0; i < 500 && daemon->err().find("1E400") == std::string::npos; ++i)
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   EXPECT_TRUE(daemon->running());
   EXPECT_THAT(daemon->err(), ::testing::HasSubstr("settings.json is a named pipe, not a file"));

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -85,6 +86,8 @@ class HubTest : public ::testing::Test {
   std::shared_ptr<StubTranscripts> transcripts = std::make_shared<StubTranscripts>();
   std::shared_ptr<StubRecent> recent = std::make_shared<StubRecent>();
   std::map<int32_t, uint64_t> processes;  // pid → start time of the processes that run
+  std::set<int32_t> headless;             // pids of agents run in a print or exec mode
+  bool looking = true;                    // the user has the panel open
   std::optional<std::string> debugAnswer;
   std::unique_ptr<Hub> hub;
   int changes = 0;
@@ -102,9 +105,11 @@ class HubTest : public ::testing::Test {
                      if (it == processes.end()) return std::nullopt;
                      return it->second;
                    },
-                   nullptr};
+                   nullptr,
+                   [this](int32_t pid) { return headless.count(pid) > 0; }};
     hub = std::make_unique<Hub>(loop, defaults, ports, HubOptions{home.path(), debugAnswer, true});
     hub->onChange = [this] { ++changes; };
+    hub->userLooking = [this] { return looking; };
   }
 
   // Stores a new session with the given mood, as an adapter would.

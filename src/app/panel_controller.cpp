@@ -65,6 +65,7 @@ PanelController::~PanelController() {
   if (shown_) {
     hub_.onChange = [] {};
     hub_.onAttention = [] {};
+    hub_.userLooking = [] { return false; };
   }
   services_.voice->onUpdate = nullptr;
   services_.voice->onError = nullptr;
@@ -86,6 +87,8 @@ void PanelController::show(bool arriving) {
   window_.setFrame(stageRect(), false);
   window_.setRaised(false);
   hub_.onChange = [this] { push(); };
+  // The user chose to look: the panel is open and not merely peeking by itself.
+  hub_.userLooking = [this] { return hub_.isOpen() && !holds_.count("peek"); };
   hub_.onAttention = [this] {
     if (Prefs::autoOpen(defaults_))
       peek();

@@ -168,7 +168,8 @@ std::optional<std::string> ClaudeAdapter::handle(const Json& payload, Hub::Reply
       });
     }
     const int64_t window = Prefs::replyWindow(hub_.defaults());
-    if (window > 0 && Agents::canReply(agent) && !JsonField::boolean(payload, "stop_hook_active")) {
+    if (window > 0 && Agents::canReply(agent) && !JsonField::boolean(payload, "stop_hook_active") &&
+        hub_.holdsReply(s)) {
       open(key + ":reply:" + shortUuid(), Pending::Reply{last, t + static_cast<double>(window)},
            Json::object());
     }

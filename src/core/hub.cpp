@@ -44,6 +44,7 @@ Hub::Hub(Loop& loop, Defaults& defaults, HubPorts ports, HubOptions options)
   if (!ports_.recent) ports_.recent = std::make_shared<NoRecentTranscripts>();
   if (!ports_.jumper) ports_.jumper = std::make_shared<NoJumper>();
   if (!ports_.processStart) ports_.processStart = Processes::startTime;
+  if (!ports_.headless) ports_.headless = Processes::headless;
   if (options_.home.empty()) options_.home = Files::home();
 
   std::weak_ptr<Hub*> weak = self_;
@@ -270,4 +271,12 @@ void Hub::saveTucked() {
   Json out = Json::object();
   for (const auto& [id, when] : tucked_) out[id] = when;
   defaults_.set("tucked", std::move(out));
+}
+
+bool Hub::holdsReply(const Session& s) const {
+  const std::string rule = Prefs::replyHold(defaults_);
+  if (rule != "auto") return rule == "always";
+  if (s.stats.entrypoint && s.stats.entrypoint->starts_with("sdk")) return false;
+  if (s.agentPid && ports_.headless(*s.agentPid)) return false;
+  return userLooking();
 }

@@ -150,6 +150,14 @@ class Hub {
 
   std::function<void()> onChange = [] {};
   std::function<void()> onAttention = [] {};
+  // Whether the user has the panel open by their own choice right now (the panel sets it; a
+  // headless run has nobody looking).
+  std::function<bool()> userLooking = [] { return false; };
+
+  // Whether a finished turn's hook is held open for a reply: the "replyHold" preference, and
+  // under "auto" only for an agent run interactively while the user looks at the panel, so a
+  // turn nobody answers ends at once.
+  bool holdsReply(const Session& session) const;
 
  private:
   Session* findMutable(const std::string& id);

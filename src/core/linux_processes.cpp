@@ -35,4 +35,36 @@ std::optional<uint64_t> startTime(int32_t pid) {
   return static_cast<uint64_t>(start);
 }
 
+bool headlessArgs(const std::vector<std::string>& args) {
+  for (size_t i = 1; i < args.size(); ++i) {
+    const std::string& a = args[i];
+    if (a == "-p" || a == "--print" || a.starts_with("--print=")) return true;
+  }
+  // `codex exec …`, also when started through node (`node …/codex.js exec …`).
+  for (size_t i = 1; i < args.size() && i < 3; ++i)
+    if (args[i] == "exec") return true;
+  return false;
+}
+
+bool headless(int32_t pid) {
+  if (pid <= 0) return false;
+  char path[32];
+  std::snprintf(path, sizeof path, "/proc/%d/cmdline", static_cast<int>(pid));
+  int fd = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (fd < 0) return false;
+  std::string text(64 * 1024, '\0');  // a cap: agents' argument lists are far shorter
+  ssize_t n = ::read(fd, text.data(), text.size());
+  ::close(fd);
+  if (n <= 0) return false;
+  text.resize(static_cast<size_t>(n));
+  std::vector<std::string> args;
+  for (size_t start = 0; start < text.size();) {
+    size_t end = text.find('\0', start);
+    if (end == std::string::npos) end = text.size();
+    args.emplace_back(text, start, end - start);
+    start = end + 1;
+  }
+  return headlessArgs(args);
+}
+
 }  // namespace Processes

@@ -84,4 +84,7 @@ struct HubPorts {
   // process runs. A pid reused by a later process shows a different start.
   std::function<std::optional<uint64_t>(int32_t pid)> processStart;
   std::shared_ptr<ModelCatalog> models;  // none: model ids are shown as they are
+  // Whether the process with this pid runs an agent headless (a print or exec mode that
+  // cannot take a reply); false when unknown.
+  std::function<bool(int32_t pid)> headless;
 };

@@ -82,6 +82,9 @@ std::string shape(const Defaults& d) {
 std::string theme(const Defaults& d) {
   return oneOf(d, "theme", {"auto", "light", "dark"});
 }
+std::string replyHold(const Defaults& d) {
+  return oneOf(d, "replyHold", {"auto", "always", "never"});
+}
 
 std::string resolvedTheme(const Defaults& d, bool desktopIsDark) {
   std::string t = theme(d);
@@ -163,6 +166,7 @@ Json json(const Defaults& d) {
       {"optionTapReady", false},
       {"glass", glass(d)},
       {"theme", theme(d)},
+      {"replyHold", replyHold(d)},
       {"version", Version::kVersion},
       {"openKey", comboJson(comboOrDefault(d, HotKey::Action::open))},
       {"talkKey", comboJson(comboOrDefault(d, HotKey::Action::talk))},
@@ -194,7 +198,7 @@ std::optional<std::string> set(Defaults& d, std::string_view key, const Json& va
     d.set(key, value);
     return std::nullopt;
   }
-  if (key == "shape" || key == "theme") {
+  if (key == "shape" || key == "theme" || key == "replyHold") {
     if (!value.is_string()) return std::string(key) + " must be a string";
     d.set(key, value);
     return std::nullopt;

@@ -25,6 +25,9 @@ bool glass(const Defaults& d);       // default false
 std::string shape(const Defaults& d);
 // "auto", "light" or "dark"; anything else reads as "auto".
 std::string theme(const Defaults& d);
+// When a finished turn's hook is held open for a reply: "auto" (only while the user has the
+// panel open and the agent runs interactively), "always" or "never". Default "auto".
+std::string replyHold(const Defaults& d);
 // "light" or "dark": "auto" follows the desktop's appearance.
 std::string resolvedTheme(const Defaults& d, bool desktopIsDark);
 // The stored combination for a hot key, or nothing (the default applies).

@@ -3,11 +3,19 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
+#include <vector>
 
 namespace Processes {
 
 // When the process started, in clock ticks after boot (field 22 of /proc/<pid>/stat); nothing
 // when no such process runs or its record cannot be read.
 std::optional<uint64_t> startTime(int32_t pid);
+
+// Whether the process runs an agent without a user at its prompt: `claude -p`/`--print`
+// (scripts, the SDK) or `codex exec`. False when its arguments cannot be read.
+bool headless(int32_t pid);
+// The same decision on an argument list (argv[0] first).
+bool headlessArgs(const std::vector<std::string>& args);
 
 }  // namespace Processes
