@@ -5,7 +5,8 @@
     (median of 5 launches; each launch replaces the previous instance);
   - CPU over 60 s of the app and its WebKit processes, at rest with three finished sessions,
     and while two sessions work (a tool call each per second through the real vantler-hook);
-  - resident memory of each process at the end.
+  - resident memory of each process at the end: RSS, and its private part (RSS counts the
+    WebKit library mapped by both the app and the web process twice).
 
 Usage: bench/desktop_bench.py BUILD_DIR [SECONDS]
 """
@@ -61,6 +62,17 @@ def cpu_seconds(pid):
 def rss_mb(pid):
     with open(f'/proc/{pid}/statm') as f:
         return int(f.read().split()[1]) * PAGE / 2**20
+
+
+def private_mb(pid):
+    """Pages only this process maps: RSS counts the WebKit library in the app and the web
+    process both."""
+    total = 0
+    with open(f'/proc/{pid}/smaps_rollup') as f:
+        for line in f:
+            if line.startswith(('Private_Clean:', 'Private_Dirty:')):
+                total += int(line.split()[1])
+    return total / 1024
 
 
 def family(pid):
@@ -165,14 +177,16 @@ def main():
 
     busy, _ = measure(working)
     memory = {p: rss_mb(p) for p in pids}
+    private = {p: private_mb(p) for p in pids}
 
     print(f'launch to pill: median {statistics.median(launches):.0f} ms '
           f'(min {min(launches):.0f}, max {max(launches):.0f}, 5 launches)')
-    print(f'{"process":<24} {"CPU at rest":>12} {"CPU 2 working":>14} {"RSS":>9}')
+    print(f'{"process":<24} {"CPU at rest":>12} {"CPU 2 working":>14} {"RSS":>9} {"private":>9}')
     for p in pids:
-        print(f'{name(p):<24} {rest[p]:>11.2f}% {busy[p]:>13.2f}% {memory[p]:>6.0f} MB')
+        print(f'{name(p):<24} {rest[p]:>11.2f}% {busy[p]:>13.2f}% {memory[p]:>6.0f} MB '
+              f'{private[p]:>6.0f} MB')
     print(f'{"total":<24} {sum(rest.values()):>11.2f}% {sum(busy.values()):>13.2f}% '
-          f'{sum(memory.values()):>6.0f} MB')
+          f'{sum(memory.values()):>6.0f} MB {sum(private.values()):>6.0f} MB')
     app.send_signal(signal.SIGTERM)
     app.wait(10)
     os.kill(int(bus_pid), signal.SIGTERM)

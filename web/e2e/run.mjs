@@ -66,6 +66,23 @@ test('at rest: a waiting request shows the attention mark and the alert pose', a
   await p.shot('rest-attention');
 });
 
+test('at rest: the strip steps once a second instead of animating every frame', async (ctx) => {
+  const p = await page(ctx);
+  await p.push(snap());
+  const moving = '.strip .spinner, .strip .attention, .strip .pose-think, .strip .pose-write, .strip .pose-alert';
+  assert.ok(await p.locator(moving).count() > 0, 'something on the strip moves');
+  const running = () => p.evaluate(() => document.getAnimations().filter((a) => a.playState === 'running').length);
+  const beat = () => p.evaluate(() => document.documentElement.dataset.beat);
+  assert.equal(await running(), 0, 'no animation runs on the closed strip');
+  const first = await beat();
+  assert.ok(first !== undefined, 'the beat runs');
+  await p.waitForTimeout(1150);
+  assert.notEqual(await beat(), first, 'the beat stepped');
+  await p.push(snap({ open: true }));
+  assert.ok((await running()) > 0, 'the open panel animates smoothly');
+  assert.equal(await beat(), undefined, 'no beat while open');
+});
+
 test('at rest: the notch shape is wider than the notch and flush with the top', async (ctx) => {
   const p = await page(ctx);
   await p.push(snap({ geo: { shape: 'notch', notchWidth: 190, strip: 32 } }));
@@ -95,10 +112,12 @@ test('strip: pressing and moving starts a drag, a right click asks for the menu'
   const box = await p.locator('.strip').boundingBox();
   await p.mouse.move(box.x + box.width / 2, box.y + box.height / 2);
   await p.mouse.down();
-  await p.mouse.move(box.x + box.width / 2 + 10, box.y + box.height / 2 + 6, { steps: 3 });
+  // A flick: the first motion already lands far below the strip.
+  await p.mouse.move(box.x + box.width / 2 + 10, box.y + box.height + 120, { steps: 1 });
   await p.waitPosted('dragStart');
   await p.mouse.up();
   assert.equal((await p.posted('dragStart')).length, 1, 'one drag per press');
+  assert.equal(await p.evaluate(() => String(window.getSelection())), '', 'no text selected');
   await p.mouse.click(box.x + box.width / 2, box.y + box.height / 2, { button: 'right' });
   await p.waitPosted('menu');
 });
