@@ -10,7 +10,7 @@ CMAKE_GEN := -G Ninja
 FUZZ_BUILD ?= build-fuzz
 FUZZ_SECONDS ?= 30
 
-.PHONY: all deps build run test test-native test-web test-agents fuzz bench format clean
+.PHONY: all deps build run test test-native test-desktop test-web test-agents fuzz bench format clean
 
 all: build
 
@@ -30,8 +30,16 @@ run: build
 
 # The native tests, a short fuzz run, then the page's tests.
 test: test-native
+	@$(MAKE) --no-print-directory test-desktop
 	@$(MAKE) --no-print-directory fuzz FUZZ_SECONDS=20
 	@$(MAKE) --no-print-directory test-web
+
+# The desktop app end to end (Xvfb + openbox + xcompmgr, and headless sway) against the normal
+# build; screenshots go to $(BUILD)/screenshots.
+test-desktop: build
+	@scripts/deps.sh test
+	@/usr/bin/python3 tests/desktop/x11_test.py $(BUILD)
+	@/usr/bin/python3 tests/desktop/sway_test.py $(BUILD)
 
 test-native:
 	@scripts/deps.sh test

@@ -85,9 +85,14 @@ def peek_and_allow(s):
 def reply_typed_in_panel(s):
     env, _ = start_app(s, {'onboarded': True, 'replyWindow': 60})
     box = s.wait_drawn(top_pill, 20, 'the pill')
-    hook = s.hook(env, fixture('claude_stop.json'))
+    # Nobody looks at the panel: the finished turn is let go at once, not held for a reply.
+    unseen = s.hook(env, fixture('claude_stop.json'))
+    check(unseen.wait(2, 'the Stop hook with the panel closed') == 0, 'the Stop hook failed')
+    check(not unseen.output().strip(), 'the Stop hook printed ' + unseen.output())
+    # With the panel open by the user, the next finished turn waits for a reply.
     s.mouse(W // 2, box[1] + 5)
     s.wait_drawn(opened, 5, 'the panel opened by hovering')
+    hook = s.hook(env, fixture('claude_stop.json'))
     field = accessible('Reply to', ('entry', 'text', 'section', 'paragraph'))
     x, y, w, h = extents(field)
     s.mouse(x + w // 2, y + h // 2)
