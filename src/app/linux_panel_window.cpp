@@ -306,6 +306,13 @@ void LinuxPanelWindow::onRealize(GtkWidget*, gpointer data) {
 }
 
 void LinuxPanelWindow::setRaised(bool raised) {
+  if (kind_ == LinuxSession::Kind::LayerShell) {
+    // At rest the pill lives in the top layer, which compositors draw below full-screen
+    // windows, so it steps aside for a video or a game; open, it goes above everything.
+    gtk_layer_set_layer(GTK_WINDOW(window_),
+                        raised ? GTK_LAYER_SHELL_LAYER_OVERLAY : GTK_LAYER_SHELL_LAYER_TOP);
+    return;
+  }
   if (!raised || !gtk_widget_get_realized(window_)) return;
   gdk_window_raise(gtk_widget_get_window(window_));
 }
