@@ -7,8 +7,10 @@
 
 #include <algorithm>
 #include <array>
+#include <initializer_list>
 #include <memory>
 #include <stdexcept>
+#include <string_view>
 
 #include "core/text.h"
 
@@ -53,6 +55,8 @@ constexpr Source kSources[] = {
 };
 
 enum Rule : size_t {
+  kLikeAfterFiller = 6,
+  kLikeBeforeVerb = 7,
   kSpaces = kFillerCount,
   kRestart,
   kLeadingLike,
@@ -106,6 +110,66 @@ UnicodeString replaceAll(Rule rule, const UnicodeString& text, const char16_t* r
   return U_SUCCESS(status) ? out : text;
 }
 
+// Whether a text may match a case-insensitive pattern that needs one of `phrases`: its case
+// folding must contain one of theirs. A cheap test that spares the patterns that would
+// otherwise scan the whole text.
+bool mayContain(const UnicodeString& folded, std::initializer_list<std::u16string_view> phrases) {
+  for (std::u16string_view phrase : phrases)
+    if (folded.indexOf(phrase.data(), static_cast<int32_t>(phrase.size()), 0) >= 0) return true;
+  return false;
+}
+
+// Whether the text at `at` may begin with one of `phrases` (lower-case ASCII) in any case.
+// Among ASCII letters only their own other case matches; anything else is left to the pattern.
+bool mayStartWith(const UnicodeString& text, int32_t at,
+                  std::initializer_list<std::u16string_view> phrases) {
+  for (std::u16string_view phrase : phrases) {
+    size_t i = 0;
+    for (; i < phrase.size() && at + static_cast<int32_t>(i) < text.length(); ++i) {
+      const char16_t c = text.charAt(at + static_cast<int32_t>(i));
+      if (c >= 0x80) return true;
+      if ((c >= u'A' && c <= u'Z' ? c | 0x20 : c) != phrase[i]) break;
+    }
+    if (i == phrase.size()) return true;
+  }
+  return false;
+}
+
+// The leftmost match of a rule that can only start at positions `mayStart` accepts, tried
+// there alone (ICU's own search tries its look-arounds at every position). Bounds are
+// transparent so that look-behinds and word boundaries see the text before the position.
+// Returns the match's start and leaves the matcher on it, or -1.
+template <typename MayStart>
+int32_t findAt(RegexMatcher& m, const UnicodeString& text, int32_t from, MayStart mayStart) {
+  m.useTransparentBounds(true);
+  for (int32_t at = from; at < text.length(); ++at) {
+    if (!mayStart(at)) continue;
+    UErrorCode status = U_ZERO_ERROR;
+    m.region(at, text.length(), status);
+    if (U_SUCCESS(status) && m.lookingAt(status) && U_SUCCESS(status)) return at;
+  }
+  return -1;
+}
+
+// Replaces by one space every match of a rule that begins with " like" behind a look-behind.
+UnicodeString replaceLikeMatches(Rule rule, const UnicodeString& text) {
+  RegexMatcher& m = matcher(rule, text);
+  auto mayStart = [&](int32_t at) {
+    return text.charAt(at) == u' ' && mayStartWith(text, at + 1, {u"like"});
+  };
+  UnicodeString out;
+  int32_t copied = 0;
+  for (int32_t at = findAt(m, text, 0, mayStart); at >= 0;) {
+    UErrorCode status = U_ZERO_ERROR;
+    const int32_t end = m.end(status);
+    out.append(text, copied, at - copied).append(u' ');
+    copied = end;
+    at = findAt(m, text, end, mayStart);
+  }
+  if (copied == 0) return text;
+  return out.append(text, copied, text.length() - copied);
+}
+
 // Words between `begin` and `end`, split at spaces, empty pieces omitted.
 std::vector<UnicodeString> spaceSeparated(const UnicodeString& text, int32_t begin, int32_t end) {
   std::vector<UnicodeString> out;
@@ -146,7 +210,15 @@ size_t replacedWordCount(const std::vector<UnicodeString>& after) {
 void applyCorrections(UnicodeString& text) {
   for (;;) {
     RegexMatcher& m = matcher(kCorrection, text);
-    if (!m.find()) return;
+    auto mayStart = [&](int32_t at) {
+      static constexpr std::initializer_list<std::u16string_view> kPhrases = {
+          u"no wait",     u"wait no",     u"no sorry", u"sorry no",
+          u"actually no", u"no actually", u"i meant",  u"correction"};
+      const char16_t c = text.charAt(at);
+      if (c == u',') return text.charAt(at + 1) == u' ' && mayStartWith(text, at + 2, kPhrases);
+      return c == u' ' && mayStartWith(text, at + 1, kPhrases);
+    };
+    if (findAt(m, text, 0, mayStart) < 0) return;
     UErrorCode status = U_ZERO_ERROR;
     const int32_t start = m.start(status);
     const int32_t end = m.end(status);
@@ -186,14 +258,26 @@ std::string clean(std::string_view input) {
   // Padding lets the patterns that need a neighbouring space match at either end.
   text = UnicodeString(u' ') + replaceAll(kSpaces, text, u" ") + UnicodeString(u' ');
 
-  if (RegexMatcher& m = matcher(kRestart, text); m.find()) {
-    UErrorCode status = U_ZERO_ERROR;
-    const int32_t end = m.end(status);
-    if (U_SUCCESS(status)) text = UnicodeString(u' ') + text.tempSubString(end);
+  UnicodeString folded(text);
+  folded.foldCase();
+  if (mayContain(folded, {u"scratch that", u"forget that", u"start over"})) {
+    if (RegexMatcher& m = matcher(kRestart, text); m.find()) {
+      UErrorCode status = U_ZERO_ERROR;
+      const int32_t end = m.end(status);
+      if (U_SUCCESS(status)) text = UnicodeString(u' ') + text.tempSubString(end);
+    }
   }
-  for (size_t i = 0; i < kFillerCount; ++i) text = replaceAll(Rule(i), text, u" ");
+  for (size_t i = 0; i < kFillerCount; ++i) {
+    const Rule rule = Rule(i);
+    text = rule == kLikeAfterFiller || rule == kLikeBeforeVerb ? replaceLikeMatches(rule, text)
+                                                               : replaceAll(rule, text, u" ");
+  }
   text = replaceAll(kLeadingLike, text, u" ");
-  applyCorrections(text);
+  // The rewrites above only cut text out, and where they join words they leave two spaces, so
+  // a correction phrase that was not in the text before them is not in it now.
+  if (mayContain(folded, {u"no wait", u"wait no", u"no sorry", u"sorry no", u"actually no",
+                          u"no actually", u"i meant", u"correction"}))
+    applyCorrections(text);
 
   text = replaceAll(kSpaceBeforePunctuation, text, u"$1");
   text = replaceAll(kCommaRun, text, u",");
