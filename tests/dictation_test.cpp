@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 #include <string>
 #include <vector>
@@ -10,38 +11,23 @@
 
 namespace {
 
-struct Case {
-  std::string text;
-  std::string cleaned;
-};
-
-void expectCleaned(const std::vector<Case>& cases) {
-  for (const auto& c : cases) EXPECT_EQ(Dictation::clean(c.text), c.cleaned) << c.text;
+void expectCleaned(const std::vector<std::pair<std::string, std::string>>& cases) {
+  for (const auto& [text, cleaned] : cases) EXPECT_EQ(Dictation::clean(text), cleaned) << text;
 }
 
 TEST(DictationTest, DropsFillersAndFalseStarts) {
   expectCleaned({
       {"um so uh I think scratch that I know", "I know"},
       {"ok so the file", "The file"},
-      {"hmmm, I mean, it works", "It works"},
-      {"we should, you know, ship it", "We should, ship it"},
+      {"hmmm, I mean, it works so yeah", "It works"},
       {"call Bob. Forget that. Call Alice", "Call Alice"},
-      {"start over then SCRATCH THAT, rename it", "Rename it"},
-      {"it works so yeah", "It works"},
       {"um uh, you know", ""},
-      {"  \t\n ", ""},
-  });
-}
-
-TEST(DictationTest, DropsLikeOnlyAsAFiller) {
-  expectCleaned({
+      // "like" goes only after a filler word, or between a subject and a verb-like word.
       {"I like pizza", "I like pizza"},
       {"it like works", "It like works"},
       {"it like fixed the bug", "It fixed the bug"},
-      {"we like retry and they like 5 times", "We retry and they 5 times"},
       {"so like the build", "The build"},
-      {"like, whatever", "Whatever"},
-      {"it was big and like the rest", "It was big and the rest"},
+      {"we like retry and like, they like 5 times", "We retry and they 5 times"},
   });
 }
 
@@ -50,38 +36,28 @@ TEST(DictationTest, AppliesSpokenCorrections) {
       {"send it to Bob no wait Alice", "Send it to Alice"},
       {"use red, no wait, make it blue and green", "Use blue and green"},
       {"no wait Alice", "Alice"},
-      // One correction at a time from the left: the second sees the first's result.
+      // One at a time from the left: the second sees the first's result.
       {"meet at five no wait six and bring Bob no wait Alice", "Meet at six and bring Alice"},
-      // Up to four words replace as many before the correction, fewer after a comma.
+      // As many words as follow, up to four, a stop word or a comma.
       {"set the timeout to ten seconds actually no twenty seconds please",
        "Set the timeout to twenty seconds please"},
       {"call the old one, i meant the new one, now", "Call the new one, now"},
-      {"rename it correction it should be renamed", "Rename renamed"},
   });
 }
 
 TEST(DictationTest, TidiesPunctuationAndCase) {
   expectCleaned({
       {"yes , and  then ,, done ,", "Yes, and then, done"},
-      {"ready ?", "Ready?"},
-      {"\xC3\x9F is fine", "SS is fine"},  // full upper-casing: ß
-      {"e\xCC\x81"
-       "cole",
-       "E\xCC\x81"
-       "cole"},  // e + combining acute stays one letter
-      {"\xC3\xA9t\xC3\xA9 \xC3\xA9t\xC3\xA9", "\xC3\x89t\xC3\xA9 \xC3\xA9t\xC3\xA9"},
+      {"\xC3\x9F is fine ?", "SS is fine?"},         // full upper-casing
+      {"e\xCC\x81t\xC3\xA9", "E\xCC\x81t\xC3\xA9"},  // a letter with a combining accent
   });
 }
 
 TEST(DictationTest, WordsIgnorePunctuationCaseAndSpacing) {
   using Words = std::vector<std::string>;
-  EXPECT_EQ(Dictation::words("Hello, W\xC3\x96RLD!\t42 \xE2\x80\x94 don't\xC2\xA0stop\n"),
-            (Words{"hello", "w\xC3\xB6rld", "42", "dont", "stop"}));
-  EXPECT_EQ(
-      Dictation::words("\xD0\x9F\xD1\x80\xD0\xB8\xD0\xB2\xD0\xB5\xD1\x82 \xE6\x97\xA5\xE6\x9C\xAC"),
-      (Words{"\xD0\xBF\xD1\x80\xD0\xB8\xD0\xB2\xD0\xB5\xD1\x82", "\xE6\x97\xA5\xE6\x9C\xAC"}));
+  EXPECT_EQ(Dictation::words("Hello, W\xC3\x96RLD!\t42 \xE2\x80\x94 don't\xC2\xA0\xE6\x97\xA5\n"),
+            (Words{"hello", "w\xC3\xB6rld", "42", "dont", "\xE6\x97\xA5"}));
   EXPECT_TRUE(Dictation::words(" ... !? ").empty());
-  EXPECT_EQ(Dictation::words("Send it to Alice."), Dictation::words("send it, to alice"));
   EXPECT_NE(Dictation::words("send it to Alice"), Dictation::words("send to Alice"));
 }
 
@@ -111,73 +87,18 @@ bool isSubsequence(const std::vector<std::string>& part, const std::vector<std::
 // leaves "Ok"; a correction can join "you" and "know"). What a second pass may do is drop more
 // words, never change or add any.
 TEST(DictationTest, RandomDictations) {
-  const std::vector<std::string> vocabulary = {"um",
-                                               "uh,",
-                                               "hmm",
-                                               "erm.",
-                                               "ah",
-                                               "uh-huh",
-                                               "you",
-                                               "know",
-                                               "i",
-                                               "mean",
-                                               "I",
-                                               "ok",
-                                               "okay",
-                                               "so",
-                                               "alright",
-                                               "yeah",
-                                               "like",
-                                               "like,",
-                                               "just",
-                                               "and",
-                                               "but",
-                                               "it",
-                                               "we",
-                                               "is",
-                                               "really",
-                                               "running",
-                                               "fixed",
-                                               "retry",
-                                               "five",
-                                               "7",
-                                               "no",
-                                               "wait",
-                                               "sorry",
-                                               "actually",
-                                               "meant",
-                                               "correction",
-                                               "make",
-                                               "it's",
-                                               "should",
-                                               "be",
-                                               "scratch",
-                                               "that",
-                                               "forget",
-                                               "start",
-                                               "over",
-                                               "then",
-                                               "because",
-                                               "please",
-                                               "the",
-                                               "file",
-                                               "Bob",
-                                               "Alice",
-                                               ",",
-                                               ".",
-                                               "?",
-                                               "!",
-                                               "red,",
-                                               "blue.",
-                                               "\xC3\xA9t\xC3\xA9",
-                                               "\xC3\x9F"
-                                               "e",
-                                               "\xD0\xBF\xD1\x80\xD0\xB8",
-                                               "\xE6\x97\xA5\xE6\x9C\xAC",
-                                               "\xF0\x9F\x91\x8D",
-                                               "caf\xC3\xA9,",
-                                               "\t",
-                                               "\n"};
+  // Separated by single spaces: tab and newline are words here too.
+  const std::string list =
+      "um uh, hmm erm. ah uh-huh you know i mean I ok okay so alright yeah like like, just and "
+      "but it we is really running fixed retry five 7 no wait sorry actually meant correction "
+      "make it's should be scratch that forget start over then because please the file Bob "
+      "Alice , . ? ! red, blue. \xC3\xA9t\xC3\xA9 \xC3\x9F\x65 \xD0\xBF\xD1\x80\xD0\xB8 "
+      "\xE6\x97\xA5\xE6\x9C\xAC \xF0\x9F\x91\x8D caf\xC3\xA9, \t \n";
+  std::vector<std::string> vocabulary;
+  for (size_t at = 0, space; at <= list.size(); at = space + 1) {
+    space = std::min(list.find(' ', at), list.size());
+    vocabulary.push_back(list.substr(at, space - at));
+  }
   std::mt19937 rng(20261123);
   std::uniform_int_distribution<size_t> length(0, 14);
   std::uniform_int_distribution<size_t> pick(0, vocabulary.size() - 1);
