@@ -119,6 +119,21 @@ bool mayContain(const UnicodeString& folded, std::initializer_list<std::u16strin
   return false;
 }
 
+// Whether "\s+" would change nothing, the text's only white space being lone ASCII spaces.
+// Anything that any definition counts as white space is left to the pattern.
+bool hasOnlyLoneSpaces(const UnicodeString& text) {
+  for (int32_t i = 0; i < text.length(); ++i) {
+    const char16_t c = text.charAt(i);
+    if (c == u' ') {
+      if (i + 1 < text.length() && text.charAt(i + 1) == u' ') return false;
+    } else if (c < 0x21 || (c >= 0x80 && (u_isspace(c) || u_isUWhiteSpace(c) ||
+                                          (U_GET_GC_MASK(c) & U_GC_Z_MASK) != 0))) {
+      return false;
+    }
+  }
+  return true;
+}
+
 // Whether the text at `at` may begin with one of `phrases` (lower-case ASCII) in any case.
 // Among ASCII letters only their own other case matches; anything else is left to the pattern.
 bool mayStartWith(const UnicodeString& text, int32_t at,
@@ -256,7 +271,8 @@ bool isWordCharacter(UChar32 c) {
 std::string clean(std::string_view input) {
   UnicodeString text = UnicodeString::fromUTF8(icu::StringPiece(input.data(), input.size()));
   // Padding lets the patterns that need a neighbouring space match at either end.
-  text = UnicodeString(u' ') + replaceAll(kSpaces, text, u" ") + UnicodeString(u' ');
+  if (!hasOnlyLoneSpaces(text)) text = replaceAll(kSpaces, text, u" ");
+  text = UnicodeString(u' ') + text + UnicodeString(u' ');
 
   UnicodeString folded(text);
   folded.foldCase();
