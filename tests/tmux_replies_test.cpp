@@ -76,6 +76,9 @@ TEST_F(TmuxReply, AReplyToAReleasedTurnIsTypedIntoTheAgentsPane) {
   finished("claude:pane", tty_);
   finished("claude:elsewhere", "/dev/pts/999");
   finished("claude:notty", std::nullopt);
+  // The page offers typing only where it can arrive.
+  EXPECT_TRUE(JsonField::boolean(hub.find("claude:pane")->json(0, 15), "canType"));
+  EXPECT_FALSE(JsonField::boolean(hub.find("claude:notty")->json(0, 15), "canType"));
 
   hub.sendReply("claude:elsewhere", "lost");
   hub.sendReply("claude:notty", "lost too");

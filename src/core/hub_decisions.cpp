@@ -79,8 +79,7 @@ void Hub::sendReply(const std::string& id, const std::string& text) {
   if (!found->pending) {
     // The finished turn was let go: the agent waits at its own prompt, where the reply can
     // still be typed. Its hooks tell of the new turn.
-    if (found->mood == Mood::done && found->tty && Agents::canReply(found->agent))
-      ports_.typist->type(*found->tty, text);
+    if (found->canType()) ports_.typist->type(*found->tty, text);
     return;
   }
   if (!found->pending->is<Pending::Reply>()) return;
