@@ -64,7 +64,8 @@ TEST_F(HubTest, SweepKeepsTheSessionOfAnAgentWhoseHookRunsThroughAScript) {
   ASSERT_TRUE(payload.is_object());
   EXPECT_EQ(JsonField::integer(payload, "agentPid"), agent.pid());
 
-  HubPorts ports{nullptr, nullptr, nullptr, nullptr, Processes::startTime, nullptr};
+  HubPorts ports;
+  ports.processStart = Processes::startTime;
   Hub real(loop, defaults, ports, HubOptions{dir, std::nullopt, true});
   Adapters adapters(real);
   adapters.handle(payload, [](const std::string&) {});

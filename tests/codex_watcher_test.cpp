@@ -136,6 +136,95 @@ TEST_F(CodexWatcherTest, FollowsATurnFromItsRecords) {
   EXPECT_EQ(s->finishedAt, kMidnight + 20.5);
 }
 
+// Codex 0.169 in its terminal interface: the model's call is written before the command runs,
+// the finished item after, among records of kinds the watcher passes over.
+constexpr const char* kTuiTurn =
+    R"({"timestamp":"2027-01-15T00:00:01.000Z","type":"session_meta","payload":{"id":"0199a3f2-5c1e-7a40-9b3d-2f8e61c4d7a9","timestamp":"2027-01-15T00:00:01.000Z","cwd":"/home/dev/shop","originator":"codex-tui","cli_version":"0.169.0","source":"cli","model_provider":"openai"}}
+{"timestamp":"2027-01-15T00:00:01.100Z","type":"thread_settings_applied","payload":{"approval_policy":"on-request","sandbox_policy":{"type":"workspace-write"}}}
+{"timestamp":"2027-01-15T00:00:01.200Z","type":"world_state","payload":{"cwd":"/home/dev/shop","shell":"bash"}}
+{"timestamp":"2027-01-15T00:00:02.000Z","type":"event_msg","payload":{"type":"task_started","turn_id":"1","model_context_window":272000}}
+{"timestamp":"2027-01-15T00:00:02.100Z","type":"event_msg","payload":{"type":"item_completed","thread_id":"0199a3f2-5c1e-7a40-9b3d-2f8e61c4d7a9","turn_id":"1","item":{"type":"UserMessage","id":"u1","content":[{"type":"text","text":"Why does checkout round down?"}]}}}
+{"timestamp":"2027-01-15T00:00:03.000Z","type":"response_item","payload":{"type":"function_call","name":"exec_command","arguments":"{\"cmd\":\"sed -n 1,80p src/checkout.rs\",\"workdir\":\"/home/dev/shop\",\"yield_time_ms\":10000}","call_id":"call_Qx81"}}
+)";
+constexpr const char* kTuiTurnEnd =
+    R"({"timestamp":"2027-01-15T00:00:04.000Z","type":"event_msg","payload":{"type":"item_completed","thread_id":"0199a3f2-5c1e-7a40-9b3d-2f8e61c4d7a9","turn_id":"1","item":{"type":"CommandExecution","id":"call_Qx81","command":["/bin/bash","-lc","sed -n 1,80p src/checkout.rs"],"parsed_cmd":[{"type":"read","cmd":"sed -n 1,80p src/checkout.rs","name":"checkout.rs","path":"src/checkout.rs"}],"status":"completed","aggregated_output":"fn total() {}\n","exit_code":0}}}
+{"timestamp":"2027-01-15T00:00:04.100Z","type":"response_item","payload":{"type":"function_call_output","call_id":"call_Qx81","output":"fn total() {}\n"}}
+{"timestamp":"2027-01-15T00:00:06.000Z","type":"event_msg","payload":{"type":"item_completed","thread_id":"0199a3f2-5c1e-7a40-9b3d-2f8e61c4d7a9","turn_id":"1","item":{"type":"AgentMessage","id":"m1","content":[{"type":"Text","text":"`total` **truncates** before it sums."}]}}}
+{"timestamp":"2027-01-15T00:00:06.200Z","type":"token_usage_record","payload":{"input_tokens":9120,"output_tokens":210}}
+{"timestamp":"2027-01-15T00:00:06.500Z","type":"event_msg","payload":{"type":"task_complete","turn_id":"1","last_agent_message":"`total` **truncates** before it sums."}}
+)";
+
+TEST_F(CodexWatcherTest, FollowsATurnOfTheTerminalInterface) {
+  append(today, kTuiTurn);
+  watcher.sweep();
+  const Session* s = codex();
+  ASSERT_NE(s, nullptr);
+  EXPECT_EQ(s->title, "Why does checkout round down?");
+  EXPECT_EQ(s->mood, Mood::working);
+  EXPECT_EQ(s->activity, "Running sed -n 1,80p src/checkout.rs");
+  EXPECT_EQ(s->tools, (std::vector<ToolLine>{{"Running sed -n 1,80p src/checkout.rs", true}}));
+  EXPECT_EQ(s->turnCalls, 1);
+
+  append(today, kTuiTurnEnd);
+  watcher.sweep();
+  s = codex();
+  EXPECT_EQ(s->tools, (std::vector<ToolLine>{{"Running sed -n 1,80p src/checkout.rs"}}));
+  EXPECT_EQ(s->turnCalls, 1);  // the call and its finished item are one command
+  ASSERT_EQ(s->tally.size(), 1u);
+  EXPECT_EQ(s->tally[0].count, 1);
+  EXPECT_EQ(s->phase, "researching");  // the command only read a file
+  EXPECT_EQ(s->mood, Mood::done);
+  EXPECT_EQ(s->activity, "`total` truncates before it sums.");
+  EXPECT_EQ(s->finishedAt, kMidnight + 6.5);
+}
+
+// `codex exec` whose first command the sandbox refused: only the model's call is written for it.
+TEST_F(CodexWatcherTest, CountsCommandsThatNeverRan) {
+  append(
+      today,
+      record("session_meta", {{"id", kId},
+                              {"cwd", "/home/dev/shop"},
+                              {"originator", "codex_exec"},
+                              {"source", "exec"},
+                              {"cli_version", "0.169.0"}}) +
+          event({{"type", "task_started"}}) +
+          item({{"type", "UserMessage"}, {"content", {{{"type", "text"}, {"text", "Clean up"}}}}}) +
+          record("response_item", {{"type", "function_call"},
+                                   {"name", "exec_command"},
+                                   {"arguments", R"({"cmd":"rm -rf /var/cache/shop"})"},
+                                   {"call_id", "call_r1"}}) +
+          record("response_item", {{"type", "function_call_output"},
+                                   {"call_id", "call_r1"},
+                                   {"output", "rejected: writing outside the workspace"}}) +
+          record("response_item", {{"type", "function_call"},
+                                   {"name", "exec_command"},
+                                   {"arguments", R"({"cmd":"cargo clean"})"},
+                                   {"call_id", "call_c2"}}) +
+          item({{"type", "CommandExecution"},
+                {"id", "call_c2"},
+                {"command", "cargo clean"},
+                {"parsed_cmd", {{{"type", "unknown"}, {"cmd", "cargo clean"}}}},
+                {"status", "failed"},
+                {"exit_code", 101}}) +
+          item({{"type", "AgentMessage"}, {"content", {{{"type", "Text"}, {"text", "Done."}}}}}));
+  watcher.sweep();
+  const Session* s = codex();
+  ASSERT_NE(s, nullptr);
+  EXPECT_EQ(s->title, "Clean up");
+  EXPECT_EQ(s->activity, "Done.");
+  EXPECT_EQ(s->turnCalls, 2);
+
+  append(today, event({{"type", "task_complete"}, {"last_agent_message", ""}}));
+  watcher.sweep();
+  s = codex();
+  EXPECT_EQ(s->mood, Mood::done);
+  EXPECT_EQ(s->activity, "Finished");
+  EXPECT_EQ(s->phase, "reviewing");
+  EXPECT_EQ(s->turnCalls, 2);
+  EXPECT_EQ(s->tools, (std::vector<ToolLine>{{"Running rm -rf /var/cache/shop"},
+                                             {"Running cargo clean", false, true}}));
+}
+
 TEST_F(CodexWatcherTest, EndsAndRestartsTurns) {
   append(today, meta() + event({{"type", "task_started"}}) + command("ls") +
                     item({{"type", "Extension"}, {"id", "x1"}}));
@@ -166,7 +255,12 @@ TEST_F(CodexWatcherTest, CallsOfAHookedSessionAreCountedByItsHooksOnly) {
   hooked.hooked = true;
   hooked.pushTool("Running ls");
   hub.store(hooked);
-  append(today, meta() + command("ls"));
+  append(today, meta() +
+                    record("response_item", {{"type", "function_call"},
+                                             {"name", "exec_command"},
+                                             {"arguments", R"({"cmd":"ls"})"},
+                                             {"call_id", "call_7"}}) +
+                    command("ls"));
   watcher.sweep();
   EXPECT_EQ(codex()->tools.size(), 1u);
   EXPECT_EQ(codex()->turnCalls, 0);

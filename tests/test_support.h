@@ -106,7 +106,8 @@ class HubTest : public ::testing::Test {
                      return it->second;
                    },
                    nullptr,
-                   [this](int32_t pid) { return headless.count(pid) > 0; }};
+                   [this](int32_t pid) { return headless.count(pid) > 0; },
+                   nullptr};
     hub = std::make_unique<Hub>(loop, defaults, ports, HubOptions{home.path(), debugAnswer, true});
     hub->onChange = [this] { ++changes; };
     hub->userLooking = [this] { return looking; };

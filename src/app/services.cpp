@@ -6,6 +6,7 @@
 #include "core/files.h"
 #include "integrations/github.h"
 #include "integrations/installers.h"
+#include "integrations/tmux_replies.h"
 #include "usage/claude_transcripts.h"
 #include "usage/pricing.h"
 
@@ -17,6 +18,7 @@ HubPorts hubPorts(GLibLoop& loop) {
   ports.recent = std::make_shared<ClaudeRecentTranscripts>(loop);
   ports.github = std::make_shared<GitHub>(loop);
   ports.models = std::make_shared<PricingCatalog>();
+  ports.typist = std::make_shared<TmuxReplies>(loop);
   return ports;
 }
 

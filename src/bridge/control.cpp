@@ -77,7 +77,8 @@ Json handle(Hub& hub, const Json& command) {
                   (answers.size() == 1 ? "" : "s"));
     hub.answer(id, answers);
   } else if (type == "reply") {
-    if (!p || !p->is<Pending::Reply>()) return fail(id + " is not waiting for a reply");
+    if ((!p || !p->is<Pending::Reply>()) && !s->canType())
+      return fail(id + " is not waiting for a reply");
     hub.sendReply(id, JsonField::str(command, "text"));
   } else if (type == "release" || type == "engage" || type == "answerThere") {
     if (!p) return fail(id + " has no open request");

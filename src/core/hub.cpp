@@ -31,6 +31,11 @@ class NoJumper final : public Jumper {
   void go(const Session&) override {}
 };
 
+class NoTypist final : public TerminalReplies {
+ public:
+  void type(const std::string&, const std::string&) override {}
+};
+
 }  // namespace
 
 Hub::Hub(Loop& loop, Defaults& defaults, HubPorts ports, HubOptions options)
@@ -43,6 +48,7 @@ Hub::Hub(Loop& loop, Defaults& defaults, HubPorts ports, HubOptions options)
   if (!ports_.github) ports_.github = std::make_shared<NoPullRequests>();
   if (!ports_.recent) ports_.recent = std::make_shared<NoRecentTranscripts>();
   if (!ports_.jumper) ports_.jumper = std::make_shared<NoJumper>();
+  if (!ports_.typist) ports_.typist = std::make_shared<NoTypist>();
   if (!ports_.processStart) ports_.processStart = Processes::startTime;
   if (!ports_.headless) ports_.headless = Processes::headless;
   if (options_.home.empty()) options_.home = Files::home();

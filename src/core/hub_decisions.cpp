@@ -75,7 +75,14 @@ void Hub::answer(const std::string& id, const std::vector<std::string>& answers)
 
 void Hub::sendReply(const std::string& id, const std::string& text) {
   Session* found = findMutable(id);
-  if (!found || !found->pending || !found->pending->is<Pending::Reply>()) return;
+  if (!found) return;
+  if (!found->pending) {
+    // The finished turn was let go: the agent waits at its own prompt, where the reply can
+    // still be typed. Its hooks tell of the new turn.
+    if (found->canType()) ports_.typist->type(*found->tty, text);
+    return;
+  }
+  if (!found->pending->is<Pending::Reply>()) return;
   Session s = *found;
   std::string body = JsonField::compactOrEmpty(replyBody(s.agent, text));
   if (Reply reply = takeResponder(s.pending->id)) reply(body);

@@ -1,6 +1,7 @@
 #pragma once
 // Narrow interfaces to the components the hub owns but that live elsewhere: the transcript
-// reader, the pull-request tracker, recent transcripts and the jump to a session's window.
+// reader, the pull-request tracker, recent transcripts, the jump to a session's window and
+// typing into its terminal.
 // Each has a quiet default so the hub runs without them.
 
 #include <functional>
@@ -58,6 +59,14 @@ class Jumper {
   virtual void go(const Session& session) = 0;
 };
 
+class TerminalReplies {
+ public:
+  virtual ~TerminalReplies() = default;
+  // Types `text` and Enter at the agent's own prompt in the terminal `tty`, when that terminal
+  // can be reached; otherwise nothing happens. Returns at once.
+  virtual void type(const std::string& tty, const std::string& text) = 0;
+};
+
 // Display names and context windows of models, which the core does not know itself.
 class ModelCatalog {
  public:
@@ -87,4 +96,6 @@ struct HubPorts {
   // Whether the process with this pid runs an agent headless (a print or exec mode that
   // cannot take a reply); false when unknown.
   std::function<bool(int32_t pid)> headless;
+  // Replies to turns the app no longer holds go through the agent's terminal.
+  std::shared_ptr<TerminalReplies> typist;
 };

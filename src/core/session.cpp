@@ -113,6 +113,10 @@ void Session::countTool(const std::string& tool, const Json& input, Date now) {
     phase = "reasoning";
 }
 
+bool Session::canType() const {
+  return !pending && mood == Mood::done && tty && !tty->empty() && Agents::canReply(agent);
+}
+
 Mood Session::shownMood(Date now) const {
   if (pending) return pending->is<Pending::Reply>() ? Mood::done : Mood::waiting;
   if (mood == Mood::done && finishedAt && now - *finishedAt > kDoneFor) return Mood::idle;
@@ -321,6 +325,7 @@ void Session::write(JsonWriter& w, Date now, int64_t replyWindowSeconds, const P
     w.key("pending");
     writePending(w, *pending, queued.size(), replyWindowSeconds);
   }
+  if (canType()) w.field("canType", true);
   if (pr) {
     w.key("pr")
         .beginObject()

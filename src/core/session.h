@@ -177,6 +177,9 @@ struct Session {
   // Which stretch of time, among those `shownMood` and `pose` tell apart, `now` falls in: what
   // `write` produces changes with time only when this does.
   int clockPhase(Date now) const;
+  // A finished turn that no request holds any more, of an agent waiting at its prompt in a
+  // known terminal: a reply can still be typed there.
+  bool canType() const;
   // The kind of host: "codex", "cursor", "terminal", "editor" or "desktop".
   std::string_view family() const;
   std::string headline() const;

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <deque>
 #include <memory>
 
 #include <glib.h>
@@ -76,21 +77,88 @@ std::string nonEmpty(std::string text, std::string_view fallback) {
   return text.empty() ? std::string(fallback) : text;
 }
 
+using Calls = std::deque<std::string>;
+constexpr size_t kOpenCallsKept = 16;
+
+// What a command did, by Codex's own reading of it: only reading, listing and searching is
+// research; anything else (or no reading at all) is a command under review.
+std::string commandPhase(const Json& item) {
+  const Json& parsed = JsonField::array(item, "parsed_cmd");
+  if (parsed.empty()) return "reviewing";
+  for (const Json& part : parsed) {
+    const std::string type = str(part, "type");
+    if (type != "read" && type != "list_files" && type != "search") return "reviewing";
+  }
+  return "researching";
+}
+
+// An answer's text: a plain "text", or the text parts of its "content".
+std::string agentText(const Json& item) {
+  if (JsonField::hasString(item, "text")) return str(item, "text");
+  std::string text;
+  for (const Json& part : JsonField::array(item, "content"))
+    if (JsonField::hasString(part, "text")) text += str(part, "text");
+  return text;
+}
+
+// The model asked to run a command: it runs from now on and is counted at once, since a
+// command refused or failing in the sandbox leaves no finished item behind.
+void applyCall(Session& s, const Json& payload, Calls& open, Date date) {
+  if (s.hooked || str(payload, "name") != "exec_command") return;
+  const Json* raw = JsonField::find(payload, "arguments");
+  const Json args = raw && raw->is_string() ? JsonField::parse(raw->get_ref<const std::string&>())
+                    : raw                   ? *raw
+                                            : Json::object();
+  const Json* cmd = args.is_object() ? JsonField::find(args, "cmd") : nullptr;
+  const std::string command = commandLine(Json{{"command", cmd ? *cmd : Json()}});
+  s.activity = "Running " + ToolText::shorten(command, 48);
+  s.pushTool(s.activity);
+  s.countTool("Bash", Json{{"command", command}}, date);
+  s.mood = Mood::working;
+  open.push_back(str(payload, "call_id"));
+  if (open.size() > kOpenCallsKept) open.pop_front();
+}
+
+// Takes the counted call a finished command item belongs to: the one with its id, else the
+// oldest still open. False when none was counted.
+bool takeCall(Calls& open, const Json& item) {
+  for (const char* key : {"call_id", "id"}) {
+    const std::string id = str(item, key);
+    if (id.empty()) continue;
+    if (auto it = std::find(open.begin(), open.end(), id); it != open.end()) {
+      open.erase(it);
+      return true;
+    }
+  }
+  if (open.empty()) return false;
+  open.pop_front();
+  return true;
+}
+
 // The turn's item as the session shows it: the user's prompt, a finished command or MCP call,
-// or an extension at work.
-void applyItem(Session& s, const Json& item, Date date) {
+// an answer, or an extension at work.
+void applyItem(Session& s, const Json& item, Calls& open, Date date) {
   const std::string type = str(item, "type");
   if (type == "UserMessage") {
     const Json* content = JsonField::find(item, "content");
     if (auto text = content ? CodexWatcher::userText(*content) : std::nullopt)
       s.title = ToolText::headline(*text);
+  } else if (type == "AgentMessage") {
+    std::string said = ToolText::shorten(withoutBold(agentText(item)), 70);
+    if (!said.empty()) s.activity = std::move(said);
   } else if (s.hooked && (type == "CommandExecution" || type == "McpToolCall")) {
     // Codex's hooks told of this call as it began and ended: counted once, there.
   } else if (type == "CommandExecution") {
-    const std::string command = commandLine(item);
-    s.pushTool("Running " + ToolText::shorten(command, 48));
-    s.finishTools(false);
-    s.countTool("Bash", Json{{"command", command}}, date);
+    const std::string status = str(item, "status");
+    const bool failed =
+        (!status.empty() && status != "completed") || JsonField::integer(item, "exit_code", 0) != 0;
+    if (!takeCall(open, item)) {
+      const std::string command = commandLine(item);
+      s.pushTool("Running " + ToolText::shorten(command, 48));
+      s.countTool("Bash", Json{{"command", command}}, date);
+    }
+    s.finishTools(failed);
+    s.phase = commandPhase(item);
   } else if (type == "McpToolCall") {
     const std::string tool = "mcp__" + nonEmpty(str(item, "server"), "tool") + "__" +
                              nonEmpty(str(item, "tool"), "call");
@@ -107,7 +175,13 @@ void applyItem(Session& s, const Json& item, Date date) {
   }
 }
 
-void applyEvent(Session& s, const Json& payload, Date date) {
+// A turn ended: no line keeps running, and calls still open will get no item.
+void endTurn(Session& s, Calls& open) {
+  for (size_t i = 0; i < s.tools.size(); ++i) s.finishTools(false);
+  open.clear();
+}
+
+void applyEvent(Session& s, const Json& payload, Calls& open, Date date) {
   const std::string type = str(payload, "type");
   if (type == "task_started") {
     s.mood = Mood::working;
@@ -117,12 +191,15 @@ void applyEvent(Session& s, const Json& payload, Date date) {
     s.tools.clear();
     s.turnCalls = 0;
     s.phase = "reasoning";
+    open.clear();
   } else if (type == "task_complete") {
+    endTurn(s, open);
     s.mood = Mood::done;
     s.finishedAt = date;
     std::string said = ToolText::shorten(withoutBold(str(payload, "last_agent_message")), 70);
     s.activity = said.empty() ? "Finished" : std::move(said);
   } else if (type == "turn_aborted") {
+    endTurn(s, open);
     s.mood = Mood::idle;
     s.activity = "Stopped";
   } else if (type == "token_count") {
@@ -135,7 +212,7 @@ void applyEvent(Session& s, const Json& payload, Date date) {
       s.stats.contextWindow = JsonField::integer(info, "model_context_window");
     }
   } else if (type == "item_completed") {
-    applyItem(s, JsonField::object(payload, "item"), date);
+    applyItem(s, JsonField::object(payload, "item"), open, date);
   }
 }
 
@@ -234,7 +311,7 @@ void CodexWatcher::apply(const Json& record, const std::string& path, WallTime n
   const std::string type = str(record, "type");
   const Json& payload = JsonField::object(record, "payload");
   if (type == "session_meta" && JsonField::hasString(payload, "id") && !str(payload, "id").empty())
-    meta_[path] = Meta{str(payload, "id"), str(payload, "cwd")};
+    meta_[path] = Meta{str(payload, "id"), str(payload, "cwd"), {}};
 
   auto meta = meta_.find(path);
   if (meta == meta_.end()) return;  // no session_meta yet: the session is unknown
@@ -247,7 +324,9 @@ void CodexWatcher::apply(const Json& record, const std::string& path, WallTime n
     if (type == "turn_context") {
       if (std::string model = str(payload, "model"); !model.empty()) s.stats.model = model;
     } else if (type == "event_msg") {
-      applyEvent(s, payload, date);
+      applyEvent(s, payload, meta->second.openCalls, date);
+    } else if (type == "response_item" && str(payload, "type") == "function_call") {
+      applyCall(s, payload, meta->second.openCalls, date);
     }
     s.updated = date;
   });

@@ -1,14 +1,17 @@
 #pragma once
 // Follows Codex sessions through the rollout logs Codex writes, one JSON-lines file per session
-// under ~/.codex/sessions/YYYY/MM/DD. Codex has no hooks: every two seconds the watcher reads
-// what was appended to today's and yesterday's logs and turns each record into a change of the
-// session "codex:<id>" through `Hub::codex`. A session whose log has been quiet for 45 minutes,
-// or whose file has left the two day directories, is taken out of the hub.
+// under ~/.codex/sessions/YYYY/MM/DD. Every two seconds the watcher reads what was appended to
+// today's and yesterday's logs and turns each record into a change of the session "codex:<id>"
+// through `Hub::codex`. Commands are counted from the model's `exec_command` call when it is
+// written, so that those the sandbox refuses count too; a session that also sends Codex's hooks
+// has its calls counted there instead. A session whose log has been quiet for 45 minutes, or
+// whose file has left the two day directories, is taken out of the hub.
 //
 // Runs on the loop's thread only. Read positions and ids live in memory: after a restart every
 // fresh file is read again from its start, which rebuilds its session.
 
 #include <cstdint>
+#include <deque>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -55,6 +58,10 @@ class CodexWatcher {
   struct Meta {
     std::string id;
     std::string cwd;
+    // Command calls counted from their request, oldest first, whose finished item has not come
+    // (a command refused or failing in the sandbox never gets one): the item, when it comes,
+    // is not counted again.
+    std::deque<std::string> openCalls;
   };
 
   // Consumes the complete lines appended to a log, up to about `budget` bytes; a trailing

@@ -92,6 +92,7 @@ export function session(v: unknown): Session {
       label: str(obj(t).label), running: bool(obj(t).running), failed: bool(obj(t).failed),
     })),
     phase: str(r.phase),
+    canType: bool(r.canType),
     turnCalls: num(r.turnCalls),
     tally: arr(r.tally).slice(0, 4).map((t): Tally => ({
       tool: str(obj(t).tool), detail: str(obj(t).detail), count: num(obj(t).count), kind: str(obj(t).kind),

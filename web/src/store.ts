@@ -66,8 +66,8 @@ export function reduce(s: UiState, a: Action, localNow = Date.now()): UiState {
   switch (a.type) {
     case 'state': {
       const snap = normalizeSnapshot(a);
-      // Drop drafts of requests that are gone.
-      const live = new Set(snap.sessions.map((x) => x.pending?.id).filter(Boolean) as string[]);
+      // Drop drafts of requests that are gone, and of finished turns that can no longer be typed to.
+      const live = new Set(snap.sessions.map((x) => x.pending?.id ?? (x.canType ? x.id : '')).filter(Boolean));
       const drafts: Record<string, string> = {};
       for (const [k, v] of Object.entries(s.drafts)) if (live.has(k)) drafts[k] = v;
       // A panel that closed comes back to the session list.

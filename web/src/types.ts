@@ -55,6 +55,8 @@ export interface Session {
   pose: Pose;
   stats: Stats;
   pending?: Pending;
+  // A finished turn no longer held: a reply is typed into the agent's terminal.
+  canType: boolean;
   pr?: PullRequest;
 }
 

@@ -22,6 +22,13 @@ describe('reduce', () => {
     expect(withState({ open: false }, s)).toMatchObject({ drafts: {}, view: 'list' });
   });
 
+  it('keeps the draft of a finished turn only while it can be typed to', () => {
+    const snap = (canType: boolean) => ({ type: 'state', open: true, sessions: [{ id: 'claude:x', canType }] }) as never;
+    const s = reduce(reduce(initialState, snap(true)), { type: 'draft', id: 'claude:x', text: 'go on' });
+    expect(reduce(s, snap(true)).drafts).toEqual({ 'claude:x': 'go on' });
+    expect(reduce(s, snap(false)).drafts).toEqual({});
+  });
+
   it('puts finished dictation into the reply window that is shown, after any typed text', () => {
     let s = withState({ open: true, requests: ['reply', 'permission'], selected: 'claude:7f3a' });
     expect(replyTarget(s)).toBe('p-r-1'); // the shown session asks a permission: first queued reply

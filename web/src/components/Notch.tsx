@@ -381,7 +381,7 @@ export function Notch({ state, dispatch }: { state: UiState; dispatch: (a: Actio
                       flash={snap.flash === s.id}
                       news={snap.prNews?.id === s.id ? snap.prNews.kind : undefined}
                       keyed={state.keys}
-                      draft={s.pending ? state.drafts[s.pending.id] ?? '' : ''}
+                      draft={state.drafts[s.pending ? s.pending.id : s.id] ?? ''}
                       talk={state.talk}
                       onPick={pick}
                       onDraft={draft}

@@ -202,3 +202,36 @@ export function ElsewhereCard({ s, p }: { s: Session; p: ElsewherePending }) {
     </section>
   );
 }
+
+// A finished turn whose hook was let go: the reply is typed at the agent's prompt in its terminal.
+export function TypeCard({ s, draft, onDraft }: { s: Session; draft: string; onDraft: (t: string) => void }) {
+  const send = () => {
+    const text = draft.trim();
+    if (!text) return;
+    post({ type: 'reply', id: s.id, text });
+    onDraft('');
+  };
+  return (
+    <section class="req req-reply" aria-label="Reply in the terminal">
+      <div class="reply-box">
+        <textarea
+          class="reply-input"
+          rows={1}
+          placeholder="Reply in its terminal…"
+          aria-label={`Reply to ${s.title}`}
+          value={draft}
+          onFocus={() => fieldFocus(true)}
+          onBlur={() => fieldFocus(false)}
+          onInput={(e) => onDraft((e.target as HTMLTextAreaElement).value)}
+          onKeyDown={(e) => {
+            if (e.key === 'Enter' && !e.shiftKey && !e.isComposing) {
+              e.preventDefault();
+              send();
+            }
+          }}
+        />
+        <button type="button" class="btn btn-allow btn-send" disabled={!draft.trim()} onClick={send}>Send</button>
+      </div>
+    </section>
+  );
+}

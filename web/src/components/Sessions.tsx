@@ -5,7 +5,7 @@ import { post } from '../bridge';
 import { agentLabel, formatAgo, formatCost, formatTokens, turnTime } from '../logic';
 import { slotColor } from '../theme';
 import type { Mood, PullRequest, Session, Talk } from '../types';
-import { ElsewhereCard, PermissionCard, QuestionsCard, ReplyCard } from './Requests';
+import { ElsewhereCard, PermissionCard, QuestionsCard, ReplyCard, TypeCard } from './Requests';
 import { AgentMark, Icon } from './ui';
 
 const MOOD_TEXT: Record<Mood, string> = { working: 'Working', waiting: 'Needs you', done: 'Done', idle: 'Idle' };
@@ -102,6 +102,7 @@ function Row({ s, selected, now, flash, news, keyed, draft, talk, onPick, onDraf
             <ReplyCard s={s} p={p} now={now} draft={draft} talk={talk} onDraft={(text) => onDraft(p.id, text)} />
           )}
           {p?.kind === 'elsewhere' && <ElsewhereCard s={s} p={p} />}
+          {!p && s.canType && <TypeCard s={s} draft={draft} onDraft={(text) => onDraft(s.id, text)} />}
           {(s.activity || s.phase) && (
             <p class="activity">
               {s.mood === 'working' && <span class="spinner" aria-hidden="true" />}
