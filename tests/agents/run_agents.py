@@ -560,8 +560,9 @@ def scenario_codex_approval(world):
     start = time.time()
     if not session["id"].startswith("codex:"):
         raise Failed(f"the request is on {session['id']}, not the Codex session")
-    wait_for("Codex's own approval prompt",
-             lambda: "Would you like to run the following command?" in world.screen(window), 20)
+    # While Vantler holds the hook, Codex waits on it ("Running hook") instead of showing its
+    # own approval prompt.
+    wait_for("Codex waiting on the hook", lambda: "Running hook" in world.screen(window), 20)
     world.vantler("allow", session["id"])
     wait_for("the approved command to run", lambda: os.path.exists(marker), 20, step=0.005)
     figures = {"prompt -> request in Vantler": ms(session["pending"]["since"] / 1000 - sent),
