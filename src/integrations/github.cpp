@@ -132,26 +132,8 @@ std::vector<std::string> FetchSchedule::pump(double now) {
   return start;
 }
 
-// One gh run. It belongs to the completion callback, which frees it; `owner` is cleared when
-// the GitHub object goes first.
-struct GitHub::Run {
-  GitHub* owner;
-  std::string root;
-  GSubprocess* process;
-  GCancellable* cancellable;
-  Loop::TaskId limit = 0;
-};
-
-GitHub::GitHub(Loop& loop, std::string ghPath) : loop_(loop), ghPath_(std::move(ghPath)) {}
-
-GitHub::~GitHub() {
-  for (Run* run : runs_) {
-    run->owner = nullptr;
-    if (run->limit) loop_.cancel(run->limit);
-    g_cancellable_cancel(run->cancellable);
-    g_subprocess_force_exit(run->process);
-  }
-}
+GitHub::GitHub(Loop& loop, std::string ghPath)
+    : loop_(loop), ghPath_(std::move(ghPath)), runs_(loop) {}
 
 void GitHub::refresh(const std::vector<std::string>& roots, bool force) {
   start(schedule_.request(roots, force, loop_.uptime()));
@@ -175,68 +157,27 @@ void GitHub::start(std::vector<std::string> roots) {
 }
 
 bool GitHub::launch(const std::string& root) {
-  GSubprocessLauncher* launcher = g_subprocess_launcher_new(static_cast<GSubprocessFlags>(
-      G_SUBPROCESS_FLAGS_STDOUT_PIPE | G_SUBPROCESS_FLAGS_STDERR_PIPE));
-  g_subprocess_launcher_set_cwd(launcher, root.c_str());
+  Subprocesses::Options options;
+  options.deadline = Gh::kRunLimit;
+  options.cwd = root;
   // Never wait for an answer from the user, and keep the output plain.
-  g_subprocess_launcher_setenv(launcher, "GH_PROMPT_DISABLED", "1", TRUE);
-  g_subprocess_launcher_setenv(launcher, "GH_NO_UPDATE_NOTIFIER", "1", TRUE);
-  g_subprocess_launcher_setenv(launcher, "GIT_TERMINAL_PROMPT", "0", TRUE);
-  g_subprocess_launcher_setenv(launcher, "NO_COLOR", "1", TRUE);
-  const gchar* argv[] = {
-      ghPath_.c_str(), "pr", "view", "--json", "number,title,state,url,statusCheckRollup", nullptr};
-  GError* error = nullptr;
-  GSubprocess* process = g_subprocess_launcher_spawnv(launcher, argv, &error);
-  g_object_unref(launcher);
-  if (!process) {
-    g_clear_error(&error);
-    return false;
-  }
-  auto* run = new Run{this, root, process, g_cancellable_new()};
-  runs_.insert(run);
-  run->limit = loop_.after(Gh::kRunLimit, [run] {
-    run->limit = 0;
-    g_cancellable_cancel(run->cancellable);
-    g_subprocess_force_exit(run->process);
-  });
-  g_subprocess_communicate_utf8_async(process, nullptr, run->cancellable, &GitHub::communicated,
-                                      run);
-  return true;
+  options.env = {{"GH_PROMPT_DISABLED", "1"},
+                 {"GH_NO_UPDATE_NOTIFIER", "1"},
+                 {"GIT_TERMINAL_PROMPT", "0"},
+                 {"NO_COLOR", "1"}};
+  return runs_.run({ghPath_, "pr", "view", "--json", "number,title,state,url,statusCheckRollup"},
+                   options, [this, root](const Subprocesses::Result& r) { answered(root, r); });
 }
 
-void GitHub::communicated(GObject* source, GAsyncResult* result, gpointer data) {
-  auto* run = static_cast<Run*>(data);
-  char* out = nullptr;
-  char* err = nullptr;
-  GError* error = nullptr;
-  const bool done =
-      g_subprocess_communicate_utf8_finish(G_SUBPROCESS(source), result, &out, &err, &error);
-  Gh::Answer answer;  // a failure unless gh ran to the end
-  if (done) {
-    const bool succeeded =
-        g_subprocess_get_if_exited(run->process) && g_subprocess_get_exit_status(run->process) == 0;
-    answer = Gh::read(succeeded, out ? out : "", err ? err : "");
-  }
-  g_free(out);
-  g_free(err);
-  g_clear_error(&error);
-
-  GitHub* owner = run->owner;
-  const std::string root = std::move(run->root);
-  if (owner) {
-    owner->runs_.erase(run);
-    if (run->limit) owner->loop_.cancel(run->limit);
-  }
-  g_object_unref(run->process);
-  g_object_unref(run->cancellable);
-  delete run;
-  if (!owner) return;
-
-  const std::string kind = owner->apply(root, answer);
-  owner->start(owner->schedule_.finished(root, owner->loop_.uptime()));
+void GitHub::answered(const std::string& root, const Subprocesses::Result& result) {
+  // A failure unless gh ran to the end.
+  const Gh::Answer answer =
+      result.finished ? Gh::read(result.exited0, result.out, result.err) : Gh::Answer{};
+  const std::string kind = apply(root, answer);
+  start(schedule_.finished(root, loop_.uptime()));
   // Last: the listener may do anything, including dropping this object.
-  if (!kind.empty() && owner->onNews) {
-    auto listener = owner->onNews;
+  if (!kind.empty() && onNews) {
+    auto listener = onNews;
     listener(root, kind);
   }
 }

@@ -32,6 +32,7 @@
 #include "core/json.h"
 #include "core/loop.h"
 #include "core/ports.h"
+#include "integrations/linux_subprocesses.h"
 
 namespace Gh {
 
@@ -108,8 +109,6 @@ class GitHub final : public PullRequests {
  public:
   // `ghPath` is the gh executable, a name looked up on PATH or a path.
   explicit GitHub(Loop& loop, std::string ghPath = "gh");
-  // Kills the gh runs still going; their callbacks then find no owner and only clean up.
-  ~GitHub() override;
   GitHub(const GitHub&) = delete;
   GitHub& operator=(const GitHub&) = delete;
 
@@ -117,10 +116,9 @@ class GitHub final : public PullRequests {
   const PullRequest* find(const std::string& root) const override;
 
   // gh runs under way.
-  std::size_t running() const { return runs_.size(); }
+  std::size_t running() const { return runs_.running(); }
 
  private:
-  struct Run;
   struct Known {
     bool answered = false;
     std::optional<PullRequest> pr;
@@ -129,7 +127,7 @@ class GitHub final : public PullRequests {
   void start(std::vector<std::string> roots);
   // Launches gh for the root; false when it could not be started.
   bool launch(const std::string& root);
-  static void communicated(GObject* source, GAsyncResult* result, gpointer data);
+  void answered(const std::string& root, const Subprocesses::Result& result);
   // Records the answer and returns the news kind, or "".
   std::string apply(const std::string& root, const Gh::Answer& answer);
 
@@ -137,5 +135,5 @@ class GitHub final : public PullRequests {
   std::string ghPath_;
   FetchSchedule schedule_;
   std::map<std::string, Known> roots_;
-  std::set<Run*> runs_;
+  Subprocesses runs_;  // last: dropping it kills gh runs still going, before the rest goes
 };

@@ -6,15 +6,13 @@
 
 #include <cstddef>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include <gio/gio.h>
-
 #include "core/loop.h"
 #include "core/ports.h"
+#include "integrations/linux_subprocesses.h"
 
 namespace Tmux {
 // The pane ("%3") whose terminal is `tty`, from `list-panes -a -F '#{pane_id} #{pane_tty}'`.
@@ -31,22 +29,14 @@ class TmuxReplies final : public TerminalReplies {
 
   // `tmux` is the command that reaches the server, with any options naming its socket.
   explicit TmuxReplies(Loop& loop, std::vector<std::string> tmux = {"tmux"});
-  ~TmuxReplies() override;
-  TmuxReplies(const TmuxReplies&) = delete;
-  TmuxReplies& operator=(const TmuxReplies&) = delete;
 
   void type(const std::string& tty, const std::string& text) override;
 
  private:
-  struct Run;
-  using Done = void (*)(TmuxReplies& self, Run& run, bool ok, const std::string& out);
+  // Runs tmux with these arguments; `then` gets whether it succeeded and what it printed.
+  void launch(std::vector<std::string> args,
+              std::function<void(bool ok, const std::string& out)> then = {});
 
-  void launch(std::vector<std::string> args, std::string target, std::string text, Done done);
-  static void communicated(GObject* source, GAsyncResult* result, gpointer data);
-  static void listed(TmuxReplies& self, Run& run, bool ok, const std::string& out);
-  static void typedText(TmuxReplies& self, Run& run, bool ok, const std::string& out);
-
-  Loop& loop_;
   std::vector<std::string> tmux_;
-  std::set<Run*> runs_;
+  Subprocesses runs_;
 };
