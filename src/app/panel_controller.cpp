@@ -60,7 +60,7 @@ PanelController::PanelController(Loop& loop, Hub& hub, Defaults& defaults, Panel
 }
 
 PanelController::~PanelController() {
-  for (auto& task : {poll_, collapseWork_, peekWork_})
+  for (auto& task : {poll_, collapseWork_, peekWork_, dwellWork_})
     if (task) loop_.cancel(*task);
   if (shown_) {
     hub_.onChange = [] {};
@@ -239,7 +239,7 @@ void PanelController::evaluateHover() {
   if (!screen) return;
   refresh(w);
   if (visible_ == false) {
-    insideSince_.reset();
+    leaveZone();
     setPoll(false);
     return;
   }
@@ -260,7 +260,16 @@ void PanelController::evaluateHover() {
     }
     double now = loop_.uptime();
     if (!insideSince_) insideSince_ = now;
-    if (now - *insideSince_ + 1e-9 >= (away ? kDwellAway : kDwellHome)) open();
+    double left = *insideSince_ + (away ? kDwellAway : kDwellHome) - now;
+    if (left <= 1e-9) {
+      open();
+    } else if (!dwellWork_) {
+      // The panel opens the moment the dwell is over, not at the poll's next turn.
+      dwellWork_ = later(left, [](PanelController& c) {
+        c.dwellWork_.reset();
+        c.evaluateHover();
+      });
+    }
     return;
   }
 
@@ -269,7 +278,7 @@ void PanelController::evaluateHover() {
                          : p->y < screen->frame.minY() + 120);
   setPoll(opened || near);
   relayPointer(std::nullopt);
-  insideSince_.reset();
+  leaveZone();
   if (!opened) {
     if (away && raised_) {
       raised_ = false;
@@ -278,6 +287,12 @@ void PanelController::evaluateHover() {
     return;
   }
   if (!collapseWork_ && holds_.empty()) scheduleCollapse();
+}
+
+void PanelController::leaveZone() {
+  insideSince_.reset();
+  if (dwellWork_) loop_.cancel(*dwellWork_);
+  dwellWork_.reset();
 }
 
 void PanelController::scheduleCollapse() {

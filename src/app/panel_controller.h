@@ -123,6 +123,8 @@ class PanelController {
   void setPoll(bool hot);
   void tick();
   void relayPointer(std::optional<Point> point);
+  // The pointer is outside the hover zone: no dwell runs.
+  void leaveZone();
   void scheduleCollapse();
   void cancelCollapse();
   void windowPointer(std::optional<Point> inWindow);
@@ -154,6 +156,7 @@ class PanelController {
   std::optional<Loop::TaskId> poll_;
   bool hot_ = false;
   std::optional<double> insideSince_;
+  std::optional<Loop::TaskId> dwellWork_;
   std::optional<Loop::TaskId> collapseWork_;
   std::optional<Loop::TaskId> peekWork_;
   std::optional<Point> lastPointer_;

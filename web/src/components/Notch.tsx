@@ -208,6 +208,10 @@ export function Notch({ state, dispatch }: { state: UiState; dispatch: (a: Actio
     return () => ro.disconnect();
   }, [report]);
 
+  // While tracing, mark the first frame of each opening in the trace log (hover latency).
+  useLayoutEffect(() => {
+    if (open && snap.trace) requestAnimationFrame(() => post({ type: 'log', msg: 'FRAME open' }));
+  }, [open]);
   // Ask for today's usage whenever the panel opens.
   useEffect(() => { if (open) post({ type: 'usage' }); }, [open]);
   // Hold the panel open while settings are shown (the hold is dropped natively on "checkUpdates").
