@@ -70,16 +70,42 @@ def rest_hover_and_click_through(s):
     pill_click_through_and_hover(s, 'x11')
 
 
-def peek_and_allow(s):
+def peek_at(s, request, shot):
+    """A request through the real `vantler-hook` makes the panel peek; returns the waiting
+    hook and what is drawn."""
     env, _ = start_app(s, {'onboarded': True, 'autoOpen': True})
     s.wait_drawn(top_pill, 20, 'the pill')
-    hook = s.hook(env, fixture('claude_permission.json'))
-    s.wait_drawn(opened, 5, 'the panel peeking at a permission request', 'x11-peeking')
+    hook = s.hook(env, fixture(request))
+    box = s.wait_drawn(opened, 5, f'the panel peeking at {request}', shot)
     check(hook.running(), 'the hook did not wait for an answer: ' + hook.output())
+    return hook, box
+
+
+def answer(hook, what):
+    check(hook.wait(5, f'the hook after {what}') == 0, 'the hook failed: ' + hook.output())
+    return json.loads(hook.output() or 'null')
+
+
+def peek_and_allow(s):
+    hook, _ = peek_at(s, 'claude_permission.json', 'x11-peeking')
     press('Allow')
-    check(hook.wait(5, 'the hook after Allow') == 0, 'the hook failed: ' + hook.output())
-    check(json.loads(hook.output()) == PERMISSION_ALLOWED, 'hook printed ' + hook.output())
+    out = answer(hook, 'Allow')
+    check(out == PERMISSION_ALLOWED, f'hook printed {out}')
     s.wait_drawn(top_pill, 10, 'the peek ending by itself, the pointer away')
+
+
+def questions_answered_in_panel(s):
+    hook, box = peek_at(s, 'claude_question.json', 'x11-question')
+    s.mouse(W // 2, box[1] + 40)  # looking at it: the panel stays open past the peek
+    options = ('toggle button', 'push button')
+    for choice in ('Postgres', 'staging', 'production'):
+        press(choice, options)
+    press('Send answers')
+    out = answer(hook, 'Send answers')
+    decision = out and out['hookSpecificOutput']['decision']
+    check(decision and decision['behavior'] == 'allow' and decision['updatedInput']['answers'] ==
+          {'Which session store should we use?': 'Postgres',
+           'Which environments need the fix?': 'staging, production'}, f'hook printed {out}')
 
 
 def reply_typed_in_panel(s):
@@ -214,7 +240,7 @@ def no_display(s):
 
 
 if __name__ == '__main__':
-    main(X11, [rest_hover_and_click_through, peek_and_allow, reply_typed_in_panel,
-         drag_and_remembered_place, second_instance_takes_over, commands_and_themes,
-         onboarding_and_login_item, no_display],
+    main(X11, [rest_hover_and_click_through, peek_and_allow, questions_answered_in_panel,
+         reply_typed_in_panel, drag_and_remembered_place, second_instance_takes_over,
+         commands_and_themes, onboarding_and_login_item, no_display],
          ('Xvfb',))
