@@ -11,8 +11,9 @@ import sys
 import time
 
 sys.dont_write_bytecode = True  # keep the source tree clean
-from harness import (H, W, Desktop, accessible, centre, check, extents, fixture, main, opened,
-                     pill, pill_click_through_and_hover, press, top_pill, wait_for)
+from harness import (H, W, Desktop, accessible, centre, check, drag_restart_place_kept, extents,
+                     fixture, main, opened, pill_click_through_and_hover, press, top_pill,
+                     wait_for)
 
 PERMISSION_ALLOWED = {'hookSpecificOutput': {'hookEventName': 'PermissionRequest',
                                              'decision': {'behavior': 'allow'}}}
@@ -55,6 +56,9 @@ class X11(Desktop):
 
     def click(self, x, y):
         self.xdotool('mousemove', x, y, 'click', 1)
+
+    def button(self, down):
+        self.xdotool('mousedown' if down else 'mouseup', 1)
 
     def grab(self, path):
         subprocess.run(['import', '-window', 'root', '-depth', '8', path], env=self.env,
@@ -134,36 +138,7 @@ def reply_typed_in_panel(s):
 
 
 def drag_and_remembered_place(s):
-    env, app = start_app(s)
-    box = s.wait_drawn(top_pill, 20, 'the pill')
-    s.mouse(W // 2, box[1] + 5)
-    box = s.wait_drawn(opened, 5, 'the panel opened by hovering')
-    x, y = box[0] + 120, box[1] + 20  # on the strip, beside its title
-    s.mouse(x, y)
-    s.xdotool('mousedown', 1)
-    for dx in (3, 6, 9):  # a few points along the strip first, as a hand would
-        s.mouse(x + dx, y)
-        time.sleep(0.05)
-    for i in range(1, 21):
-        s.mouse(x + (400 - x) * i // 20, y + (600 - y) * i // 20)
-        time.sleep(0.02)
-    s.xdotool('mouseup', 1)
-    s.mouse(W - 100, H - 100)
-
-    def near_drop(b):
-        return b if pill(b) and abs(centre(b)[0] - 400) <= 80 and abs(centre(b)[1] - 600) <= 80 \
-            else None
-    dropped = s.wait_drawn(near_drop, 5, 'the pill where it was dropped near (400, 600)',
-                           'x11-dragged')
-    with open(os.path.join(env['XDG_CONFIG_HOME'], 'vantler/defaults.json')) as f:
-        check('placement.screen' in json.load(f), 'no placement stored after the drop')
-    check(s.command(env, 'quit')[0] == 0, 'vantler quit failed')
-    app.wait(5, 'vantler after quit')
-    s.vantler(env)
-    again = s.wait_drawn(near_drop, 20, 'the pill at the remembered place after a restart',
-                         'x11-restarted-at-place')
-    check(all(abs(a - b) <= 4 for a, b in zip(again, dropped)),
-          f'the pill moved from {dropped} to {again} across a restart')
+    drag_restart_place_kept(s, 'x11')
 
 
 def second_instance_takes_over(s):
