@@ -102,7 +102,13 @@ void App::start() {
       [this](const std::string& name, Json payload) { stage->send(name, std::move(payload)); },
       panelServices, PanelOptions::fromEnvironment());
   PanelEvents events = panel->events();
-  desktop->onThemeChanged = events.themeChanged;
+  // The page repaints in the new colours once the controller pushed them (0.15 s later).
+  desktop->onThemeChanged = [this, changed = events.themeChanged] {
+    changed();
+    loop.after(0.2, [this] {
+      if (window) window->renewSoon();
+    });
+  };
   window->setEvents(std::move(events));
   stage->onMessage = [this](const Json& message) { panel->handle(message); };
 

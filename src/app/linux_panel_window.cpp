@@ -267,9 +267,12 @@ void LinuxPanelWindow::setInputRegion(const std::vector<Rect>& rects) {
   bool changed = rects != input_;
   input_ = rects;
   applyShape();
-  if (!changed) return;
   // The page changes shape with animations over transparent pixels (it grows, its shadow moves,
   // it shrinks): once they end, the whole view is painted afresh.
+  if (changed) renewSoon();
+}
+
+void LinuxPanelWindow::renewSoon() {
   if (renewTimer_) g_source_remove(renewTimer_);
   renewTimer_ = g_timeout_add(
       kRenewDelayMs,
