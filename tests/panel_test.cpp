@@ -306,6 +306,24 @@ TEST_F(PanelTest, DropsAreRememberedPerScreenAndIgnoredWhileTheScreenIsGone) {
   EXPECT_FALSE(panel->placedAway());
 }
 
+TEST_F(PanelTest, AtRestThePanelGoesToThePointersScreenUnlessADisplayIsChosen) {
+  start();
+  const Rect sideStage{2200, 0, 720, 640};
+  pointAt(2500, 600);
+  loop.advance(0.4);  // the slow poll
+  EXPECT_EQ(window.frameNow, sideStage);
+  pointAt(1920, 300);  // the edge both screens share
+  loop.advance(0.4);
+  EXPECT_EQ(window.frameNow, sideStage);
+
+  panel->handle({{"type", "setting"}, {"key", "screen"}, {"value", kMain.key}});
+  EXPECT_EQ(window.frameNow, kHomeStage);
+  EXPECT_EQ(sent.back().second["screens"][1], (Json{{"key", kSide.key}, {"name", "HDMI-1"}}));
+  pointAt(2500, 600);
+  loop.advance(0.4);
+  EXPECT_EQ(window.frameNow, kHomeStage);
+}
+
 TEST_F(PanelTest, WithoutAGlobalPointerHoverComesFromTheWindowsEvents) {
   window.at.reset();
   start();

@@ -152,7 +152,9 @@ PanelController::Where PanelController::where() const {
   Where w;
   w.screens = window_.screens();
   w.placed = Placement::current(defaults_, w.screens);
-  w.home = Geometry::homeScreen(w.screens, options_.demoScreen);
+  std::string chosen = options_.demoScreen;
+  if (chosen.empty() && Prefs::screen(defaults_) != "auto") chosen = Prefs::screen(defaults_);
+  w.home = Geometry::homeScreen(w.screens, chosen, pointerScreen_);
   return w;
 }
 
@@ -234,6 +236,9 @@ void PanelController::windowPointer(std::optional<Point> inWindow) {
 
 void PanelController::evaluateHover() {
   if (!shown_ || dragging_) return;
+  std::optional<Point> p = cursor();
+  bool opened = hub_.isOpen();
+  if (p && !opened) followPointer(*p);
   Where w = where();
   const Screen* screen = w.screen();
   if (!screen) return;
@@ -243,8 +248,6 @@ void PanelController::evaluateHover() {
     setPoll(false);
     return;
   }
-  std::optional<Point> p = cursor();
-  bool opened = hub_.isOpen();
   bool away = w.placed.has_value();
   Rect drawn = drawnRect();
 
@@ -287,6 +290,21 @@ void PanelController::evaluateHover() {
     return;
   }
   if (!collapseWork_ && holds_.empty()) scheduleCollapse();
+}
+
+void PanelController::followPointer(Point p) {
+  if (!globalPointer_ || !options_.demoScreen.empty() || Prefs::screen(defaults_) != "auto") return;
+  std::vector<Screen> screens = window_.screens();
+  // Still on its screen (neighbouring screens share their edge): nothing moves.
+  for (const Screen& s : screens)
+    if (s.key == pointerScreen_ && s.frame.contains(p)) return;
+  for (const Screen& s : screens) {
+    if (!s.frame.contains(p)) continue;
+    pointerScreen_ = s.key;
+    window_.setFrame(stageRect(), false);
+    push();
+    return;
+  }
 }
 
 void PanelController::leaveZone() {
@@ -553,6 +571,9 @@ void PanelController::push() {
   Json state = hub_.snapshot();
   state["geo"] = geo();
   state["capabilities"] = services_.capabilities.json();
+  Json screens = Json::array();
+  for (const Screen& s : window_.screens()) screens.push_back({{"key", s.key}, {"name", s.name}});
+  state["screens"] = std::move(screens);
   state["settings"]["optionTapReady"] = services_.capabilities.altTap.ready;
   if (options_.trace) state["trace"] = true;
   // The page re-renders on every state: an unchanged one is not sent again.

@@ -123,6 +123,8 @@ class PanelController {
   void setPoll(bool hot);
   void tick();
   void relayPointer(std::optional<Point> point);
+  // At rest, with no display chosen, the panel goes to the screen the pointer is on.
+  void followPointer(Point p);
   // The pointer is outside the hover zone: no dwell runs.
   void leaveZone();
   void scheduleCollapse();
@@ -157,6 +159,7 @@ class PanelController {
   bool hot_ = false;
   std::optional<double> insideSince_;
   std::optional<Loop::TaskId> dwellWork_;
+  std::string pointerScreen_;  // the key of the screen the pointer was last on at rest
   std::optional<Loop::TaskId> collapseWork_;
   std::optional<Loop::TaskId> peekWork_;
   std::optional<Point> lastPointer_;

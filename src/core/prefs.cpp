@@ -82,6 +82,10 @@ std::string shape(const Defaults& d) {
 std::string theme(const Defaults& d) {
   return oneOf(d, "theme", {"auto", "light", "dark"});
 }
+std::string screen(const Defaults& d) {
+  const Json& v = d.get("screen");
+  return v.is_string() && !v.get_ref<const std::string&>().empty() ? v.get<std::string>() : "auto";
+}
 std::string replyHold(const Defaults& d) {
   return oneOf(d, "replyHold", {"auto", "always", "never"});
 }
@@ -167,6 +171,7 @@ Json json(const Defaults& d) {
       {"glass", glass(d)},
       {"theme", theme(d)},
       {"replyHold", replyHold(d)},
+      {"screen", screen(d)},
       {"version", Version::kVersion},
       {"openKey", comboJson(comboOrDefault(d, HotKey::Action::open))},
       {"talkKey", comboJson(comboOrDefault(d, HotKey::Action::talk))},
@@ -198,7 +203,7 @@ std::optional<std::string> set(Defaults& d, std::string_view key, const Json& va
     d.set(key, value);
     return std::nullopt;
   }
-  if (key == "shape" || key == "theme" || key == "replyHold") {
+  if (key == "shape" || key == "theme" || key == "replyHold" || key == "screen") {
     if (!value.is_string()) return std::string(key) + " must be a string";
     d.set(key, value);
     return std::nullopt;
@@ -214,6 +219,9 @@ std::optional<std::string> set(Defaults& d, std::string_view key, const Json& va
     char exe[4096];
     ssize_t n = ::readlink("/proc/self/exe", exe, sizeof exe - 1);
     std::string path = n > 0 ? std::string(exe, static_cast<size_t>(n)) : "vantler";
+    // Upgraded by the package manager while running, the old file is gone: the new one at the
+    // same path is the one to start.
+    if (path.ends_with(" (deleted)")) path.resize(path.size() - 10);
     return setOpenAtLogin(value.get<bool>(), path);
   }
   return "unknown setting " + std::string(key);

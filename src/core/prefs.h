@@ -25,6 +25,9 @@ bool glass(const Defaults& d);       // default false
 std::string shape(const Defaults& d);
 // "auto", "light" or "dark"; anything else reads as "auto".
 std::string theme(const Defaults& d);
+// The display the panel hangs from: "auto" (the one the pointer was last on, where the desktop
+// tells; else the primary) or a screen key. Default "auto".
+std::string screen(const Defaults& d);
 // When a finished turn's hook is held open for a reply: "auto" (only while the user has the
 // panel open and the agent runs interactively), "always" or "never". Default "auto".
 std::string replyHold(const Defaults& d);

@@ -114,7 +114,7 @@ export function session(v: unknown): Session {
 
 export const DEFAULT_SETTINGS: Settings = {
   shape: 'auto', replyWindow: 15, hideAfter: 120, autoOpen: false, openAtLogin: false,
-  autoUpdate: true, optionTap: true, optionTapReady: false, glass: false, theme: 'auto',
+  autoUpdate: true, optionTap: true, optionTapReady: false, glass: false, theme: 'auto', screen: 'auto',
   hooksInstalled: false, cursorInstalled: false, cursorAvailable: false, version: '',
   openKey: null, talkKey: null, integrations: [],
 };
@@ -133,6 +133,7 @@ export function settings(v: unknown): Settings {
     optionTapReady: bool(r.optionTapReady, d.optionTapReady),
     glass: bool(r.glass, d.glass),
     theme: str(r.theme, d.theme),
+    screen: str(r.screen, d.screen),
     hooksInstalled: bool(r.hooksInstalled),
     cursorInstalled: bool(r.cursorInstalled),
     cursorAvailable: bool(r.cursorAvailable),
@@ -206,6 +207,7 @@ export function normalizeSnapshot(v: unknown): Snapshot {
     now: num(r.now, Date.now()),
     geo: geo(g),
     capabilities: capabilities(r.capabilities),
+    screens: arr(r.screens).map((x) => ({ key: str(obj(x).key), name: str(obj(x).name) })).filter((x) => x.key),
     trace: bool(r.trace),
   };
   if (flashId) snap.flash = flashId;

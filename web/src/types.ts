@@ -73,6 +73,8 @@ export interface Settings {
   optionTapReady: boolean;
   glass: boolean;
   theme: string;
+  /** "auto" or the key of the display the panel hangs from. */
+  screen: string;
   hooksInstalled: boolean;
   cursorInstalled: boolean;
   cursorAvailable: boolean;
@@ -102,6 +104,8 @@ export interface Geo {
 export interface Capability { ready: boolean; reason: string }
 export interface Capabilities { voice: Capability; hotKeys: Capability; altTap: Capability; tray: Capability }
 
+export interface ScreenChoice { key: string; name: string }
+
 export interface Snapshot {
   open: boolean;
   sessions: Session[];
@@ -115,6 +119,7 @@ export interface Snapshot {
   prNews?: { id: string; kind: string };
   geo: Geo;
   capabilities: Capabilities;
+  screens: ScreenChoice[];
   trace: boolean;
 }
 

@@ -5,7 +5,7 @@ import { post } from '../bridge';
 import {
   DEFAULT_OPEN_KEY, DEFAULT_TALK_KEY, comboFromKey, comboLabel, comboText, formatCost, formatTokens, packCombo,
 } from '../logic';
-import type { Capabilities, Capability, Geo, Settings, Usage } from '../types';
+import type { Capabilities, Capability, Geo, ScreenChoice, Settings, Usage } from '../types';
 import { Icon, Segmented, Switch } from './ui';
 
 export const set = (key: string, value: unknown) => post({ type: 'setting', key, value });
@@ -106,8 +106,16 @@ function Unavailable({ what }: { what: Capability }) {
   return !what.ready && what.reason ? <p class="setting-note is-unavailable">{what.reason}</p> : null;
 }
 
-export function SettingsView({ st, geo, caps, usage, onBack }: {
-  st: Settings; geo: Geo; caps: Capabilities; usage: Usage | null; onBack: () => void;
+/** Which display the panel hangs from, offered with more than one display attached. */
+function DisplayChoice({ value, screens }: { value: string; screens: ScreenChoice[] }) {
+  if (screens.length < 2) return null;
+  const options: [string, string][] = [['auto', 'Automatic'], ...screens.map((s): [string, string] => [s.key, s.name])];
+  if (!options.some(([k]) => k === value)) options.push([value, 'Not connected']);
+  return <Segmented label="Display" value={value} options={options} onChange={(v) => set('screen', v)} />;
+}
+
+export function SettingsView({ st, geo, caps, screens, usage, onBack }: {
+  st: Settings; geo: Geo; caps: Capabilities; screens: ScreenChoice[]; usage: Usage | null; onBack: () => void;
 }) {
   const [copied, setCopied] = useState(false);
   return (
@@ -120,6 +128,7 @@ export function SettingsView({ st, geo, caps, usage, onBack }: {
       <h3 class="group">Appearance</h3>
       <Segmented label="Theme" value={st.theme} options={[['auto', 'Auto'], ['light', 'Light'], ['dark', 'Dark']]} onChange={(v) => set('theme', v)} />
       <Segmented label="Shape" value={st.shape} options={[['auto', 'Auto'], ['notch', 'Notch'], ['pill', 'Pill']]} onChange={(v) => set('shape', v)} />
+      <DisplayChoice value={st.screen} screens={screens} />
       <Switch label="Glass" checked={st.glass} disabled={!geo.glassAvailable} onChange={(v) => set('glass', v)}
         note={geo.glassAvailable ? undefined : 'Not available on this desktop'} />
 
