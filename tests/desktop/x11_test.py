@@ -205,9 +205,11 @@ def onboarding_and_login_item(s):
 
 
 def jump_raises_the_terminal(s):
-    """An agent in xterm: its window becomes the active one. An agent in kitty, in a tab
-    another has covered: kitty's remote control selects its tab and the window comes up."""
-    env, _ = start_app(s)
+    """An agent in xterm: its window becomes the active one (the daemon jumps). An agent in
+    kitty, in a tab another has covered: kitty's remote control selects its tab and the window
+    comes up (the desktop app jumps)."""
+    env = s.home({'onboarded': True})
+    daemon = s.vantler(env, 'daemon')
     active = lambda: s.x(['xdotool', 'getactivewindow']).strip()
 
     term = agent_in(s, env, ['xterm', '-e'], 'in-xterm')
@@ -218,6 +220,8 @@ def jump_raises_the_terminal(s):
     jump(s, env, 'in-xterm')
     wait_for(lambda: active() == xterm, 5, 'the xterm window active after the jump')
 
+    daemon.stop()
+    s.vantler(env)
     listen = 'unix:' + os.path.join(s.tmp, 'kitty.sock')
     kitty = ['kitty', '@', '--to', listen]
     term = agent_in(s, env, ['kitty', '-o', 'allow_remote_control=yes', '--listen-on', listen],
