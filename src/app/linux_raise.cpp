@@ -106,10 +106,12 @@ void LinuxWindowRaiser::kwin(const std::vector<int32_t>& pids, Done done) {
     auto load = kwinCall("/Scripting", "org.kde.kwin.Scripting.loadScript", {path, name});
     bool started =
         runs_.run(load, {kDeadline, {}, {}}, [this, done](const Subprocesses::Result& r) {
-          // "(5,)" or "(int32 5,)": the script's number.
-          std::string number;
-          for (char c : r.out)
-            if (c >= '0' && c <= '9') number += c;
+          // "(5,)" or "(int32 5,)": the script's number is the digits before the comma.
+          const size_t end = r.out.find(',');
+          size_t start = end == std::string::npos ? 0 : end;
+          while (start > 0 && r.out[start - 1] >= '0' && r.out[start - 1] <= '9') --start;
+          const std::string number =
+              r.out.substr(start, end == std::string::npos ? 0 : end - start);
           if (!r.exited0 || number.empty()) return done(false, "KWin did not load the script");
           // Plasma 6 puts the script under /Scripting, Plasma 5 at the top.
           auto run6 = kwinCall("/Scripting/Script" + number, "org.kde.kwin.Script.run", {});

@@ -66,6 +66,9 @@ void TerminalJumper::go(const Session& session) {
   const std::string id = session.id;
   Jump::Facts f = facts(session);
   Jump::Plan plan = Jump::plan(f);
+  // Where only the window is raised, it is named as the page names it ("XTerm").
+  if (plan.place == Jump::Place::terminal)
+    plan.label = Jump::hostName(session).value_or(plan.label);
   log_(id + ": " + std::string(Jump::name(plan.place)) +
        (plan.label.empty() || plan.label == Jump::name(plan.place) ? "" : " (" + plan.label + ")"));
   if (f.agentPid && !f.agentRunning)
