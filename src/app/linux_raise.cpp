@@ -157,6 +157,24 @@ void LinuxWindowRaiser::notice(const std::string& place, Done done) {
   if (!started) done(false, "GNOME on Wayland raises no other app's window; gdbus cannot be run");
 }
 
+std::string LinuxWindowRaiser::describe() {
+  switch (Jump::raiseWay(env)) {
+    case Jump::Raise::x11:
+      return "jump: windows raised through EWMH";
+    case Jump::Raise::sway:
+      return "jump: windows focused through swaymsg";
+    case Jump::Raise::hyprland:
+      return "jump: windows focused through hyprctl";
+    case Jump::Raise::kwin:
+      return "jump: windows activated by a KWin script";
+    case Jump::Raise::gnome:
+      return "jump: tabs selected, windows not raised (GNOME on Wayland): a notice instead";
+    case Jump::Raise::none:
+      return "jump: no display to raise windows on";
+  }
+  return {};
+}
+
 int LinuxWindowRaiser::raiseX11(const std::vector<std::string>& args) {
   std::vector<long> pids;
   for (const std::string& arg : args) pids.push_back(std::atol(arg.c_str()));

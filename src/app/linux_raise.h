@@ -20,6 +20,9 @@ class LinuxWindowRaiser final : public WindowRaiser {
 
   void raise(const std::vector<int32_t>& pids, const std::string& place, Done done) override;
 
+  // How windows are raised here, for the start-up log ("jump: swaymsg").
+  static std::string describe();
+
   // `vantler _raise-x11 <pid>...`: exit status 0 and the window on stdout when one was raised.
   static int raiseX11(const std::vector<std::string>& pids);
 

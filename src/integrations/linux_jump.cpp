@@ -82,7 +82,7 @@ void TerminalJumper::go(const Session& session) {
       if (!plan.open) return;
       run(id, *plan.open, [this, id, plan](const Subprocesses::Result& r) {
         // An editor's command that could not run: at least its window comes forward.
-        if (!r.exited0) raise(id, plan.raiseFrom, plan.label);
+        if (!r.exited0) raiseTerminalOf(id, plan.raiseFrom, plan.label);
       });
       return;
     case Jump::Place::tmux:
@@ -92,7 +92,8 @@ void TerminalJumper::go(const Session& session) {
       konsole(id, plan);
       return;
     default:
-      runAll(id, plan.select, 0, [this, id, plan] { raise(id, plan.raiseFrom, plan.label); });
+      runAll(id, plan.select, 0,
+             [this, id, plan] { raiseTerminalOf(id, plan.raiseFrom, plan.label); });
   }
 }
 
@@ -132,7 +133,7 @@ void TerminalJumper::tmux(const std::string& id, const Jump::Plan& plan,
     if (pane) return tmuxPane(id, plan, *pane);
     log_(id + ": no tmux pane shows " + tty.value_or("its terminal") +
          ": raising the agent's own terminal");
-    raise(id, plan.raiseFrom, plan.label);
+    raiseTerminalOf(id, plan.raiseFrom, plan.label);
   });
 }
 
@@ -158,7 +159,7 @@ void TerminalJumper::tmuxPane(const std::string& id, const Jump::Plan& plan,
           }
           run(id, tmux({"switch-client", "-c", client->tty, "-t", pane}),
               [this, id, pid = client->pid](const Subprocesses::Result&) {
-                raise(id, pid, "tmux");
+                raiseTerminalOf(id, pid, "tmux");
               });
         });
   });
@@ -179,12 +180,13 @@ void TerminalJumper::konsole(const std::string& id, const Jump::Plan& plan) {
           select.push_back(call("/Windows/" + window, "org.kde.konsole.Window.setCurrentSession",
                                 {plan.konsoleSession}));
         if (select.empty() && r.exited0) log_(id + ": Konsole lists no windows");
-        runAll(id, select, 0, [this, id, plan] { raise(id, plan.raiseFrom, plan.label); });
+        runAll(id, select, 0,
+               [this, id, plan] { raiseTerminalOf(id, plan.raiseFrom, plan.label); });
       });
 }
 
-void TerminalJumper::raise(const std::string& id, std::optional<int32_t> pid,
-                           const std::string& place) {
+void TerminalJumper::raiseTerminalOf(const std::string& id, std::optional<int32_t> pid,
+                                     const std::string& place) {
   if (!pid) return;
   std::vector<int32_t> pids = Processes::ancestors(*pid);
   if (pids.empty()) {

@@ -38,6 +38,10 @@ class TerminalJumper final : public Jumper {
   // below the host (nearest first).
   static Jump::Facts facts(const Session& session);
 
+  // Raises the window of the terminal that runs `pid`: the window of the process or of its
+  // nearest ancestor that has one (a local `ssh`, a tmux client). `id` heads the log lines.
+  void raiseTerminalOf(const std::string& id, std::optional<int32_t> pid, const std::string& place);
+
  private:
   using Then = std::function<void(const Subprocesses::Result&)>;
   void run(const std::string& id, const Jump::Command& command, Then then);
@@ -46,7 +50,6 @@ class TerminalJumper final : public Jumper {
   void tmux(const std::string& id, const Jump::Plan& plan, const std::optional<std::string>& tty);
   void tmuxPane(const std::string& id, const Jump::Plan& plan, const std::string& pane);
   void konsole(const std::string& id, const Jump::Plan& plan);
-  void raise(const std::string& id, std::optional<int32_t> pid, const std::string& place);
 
   std::shared_ptr<WindowRaiser> raiser_;
   Log log_;
