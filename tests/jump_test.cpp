@@ -65,8 +65,9 @@ TEST(JumpPlan, TheInnermostTerminalThatRunsTheAgentIsSelected) {
   ASSERT_EQ(p.place, Jump::Place::gnomeTerminal);
   EXPECT_EQ(p.select.at(0).argv.at(9), "0a1b2c3d-aaaa-bbbb-cccc-0123456789ab");
 
-  // An xterm whose environment still carries kitty's markers: just the xterm's window.
-  p = Jump::plan(facts("/usr/bin/xterm", kitty));
+  // An xterm opened from a shell in tmux inside kitty carries both their markers: just the
+  // xterm's window.
+  p = Jump::plan(facts("/usr/bin/xterm", envBlock({"TMUX=/tmp/t,1,0", "TMUX_PANE=%1", kitty})));
   EXPECT_EQ(p.place, Jump::Place::terminal);
   EXPECT_EQ(p.raiseFrom, 300);
   EXPECT_EQ(p.label, "xterm");

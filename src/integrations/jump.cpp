@@ -135,8 +135,10 @@ Plan plan(const Facts& f) {
   // the other's markers.
   auto fits = [&](Place terminal) { return !f.hostBundle || hostTerminal == terminal; };
 
+  // tmux is never a host: with a host found, its marker was inherited (a terminal opened
+  // from a shell inside tmux).
   const std::string tmuxSocket = m.tmux.substr(0, m.tmux.find(','));
-  if (tmuxSocket.starts_with('/') && m.tmuxPane.starts_with('%') &&
+  if (!f.hostBundle && tmuxSocket.starts_with('/') && m.tmuxPane.starts_with('%') &&
       digits(std::string_view(m.tmuxPane).substr(1))) {
     p.place = Place::tmux;
     p.tmux = {"tmux", "-S", tmuxSocket};
