@@ -228,11 +228,13 @@ def jump_raises_the_terminal(s):
                     'in-kitty')
     window = wait_for(lambda: s.x(['xdotool', 'search', '--pid', str(term.p.pid)]).split(), 10,
                       'the kitty window')[0]
+    # kitty draws with the software renderer here: its answers can take a while under load.
     subprocess.run([*kitty, 'launch', '--type=tab', 'sleep', '600'], env=s.env, check=True,
-                   capture_output=True, timeout=10)
+                   capture_output=True, timeout=60)
 
     def agent_tab_focused():
-        tabs = [t for w in json.loads(s.x([*kitty, 'ls'])) for t in w['tabs']]
+        ls = subprocess.run([*kitty, 'ls'], env=s.env, capture_output=True, timeout=60).stdout
+        tabs = [t for w in json.loads(ls) for t in w['tabs']]
         return next(t['is_focused'] for t in tabs for w in t['windows']
                     if 'fake_agent.py' in ' '.join(w['cmdline']))
     wait_for(lambda: not agent_tab_focused(), 5, 'the new tab in front of the agent')
