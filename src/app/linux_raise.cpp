@@ -76,7 +76,7 @@ void LinuxWindowRaiser::tryEach(std::vector<std::vector<std::string>> commands, 
     const bool self = commands[next][0] == self_;
     if (ok && self) return done(true, desktop + " " + trimmed(r.out));
     if (ok) return done(true, desktop + " " + commands[next][1]);
-    if (self) return done(false, trimmed(r.err));
+    if (self) return done(false, r.finished ? trimmed(r.err) : "the X server did not answer");
     tryEach(std::move(commands), next + 1, std::move(desktop), std::move(done));
   };
   if (!runs_.run(argv, {kDeadline, {}, {}}, then))
