@@ -86,7 +86,8 @@ TEST(JumpPlan, EditorsOpenTheFolderWithTheirOwnCommand) {
     Jump::Facts f = facts(std::move(host), "TMUX=/tmp/t,1,0\0TMUX_PANE=%1"s);
     f.agent = agent;
     Jump::Plan p = Jump::plan(f);
-    return p.open ? p.open->argv : std::vector<std::string>{};
+    return p.open ? std::vector<std::string>(p.open->argv.end() - 2, p.open->argv.end())
+                  : std::vector<std::string>{};
   };
   using Args = std::vector<std::string>;
   EXPECT_EQ(open(Agent::claude, "/usr/share/code/code"), (Args{"code", "/home/me/app"}));
@@ -280,6 +281,17 @@ TEST_F(JumpLoop, WezTermAndEditorsAreAskedThroughTheirCommandLines) {
     text << std::ifstream(calls).rdbuf();
     recorded = text.str();
   }
+  // An editor whose command is missing says so.
+  Session missing;
+  missing.id = "windsurf:w";
+  missing.agent = Agent::windsurf;
+  missing.root = "/home/me/app";
+  setenv("PATH", (bin + ":/usr/bin:/bin").c_str(), 1);
+  jumper_->go(missing);
+  while (log_.find("windsurf is not on PATH") == std::string::npos &&
+         g_get_monotonic_time() < deadline + 5 * G_USEC_PER_SEC)
+    if (!g_main_context_iteration(context_, FALSE)) g_usleep(1000);
+  EXPECT_NE(log_.find("windsurf is not on PATH"), std::string::npos) << log_;
   setenv("PATH", path.c_str(), 1);
   EXPECT_EQ(recorded,
             "wezterm cli activate-pane --pane-id 5 /run/w\n"

@@ -41,6 +41,12 @@ std::string gnomeUuid(std::string_view screen) {
   return ok ? uuid : std::string();
 }
 
+// Runs an editor's command on its own: one that starts the editor keeps running with it, and
+// must not hold pipes the jump would wait on. Only a missing command is reported.
+constexpr const char* kDetached =
+    "command -v \"$0\" >/dev/null || { echo \"$0 is not on PATH\" >&2; exit 127; }; "
+    "\"$0\" \"$1\" </dev/null >/dev/null 2>&1 &";
+
 }  // namespace
 
 void readMarkers(std::string_view environ, Markers& m) {
@@ -126,7 +132,7 @@ Plan plan(const Facts& f) {
     if (f.root.empty())
       p.notes.push_back("the session has no folder to open in " + editor);
     else
-      p.open = Command{{editor, f.root}, {}};
+      p.open = Command{{"sh", "-c", kDetached, editor, f.root}, {}};
     return p;
   }
 
