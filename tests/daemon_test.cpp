@@ -613,15 +613,10 @@ TEST_F(DaemonTest, JumpRaisesThroughTheDesktopsOwnCommands) {
 
   const std::string kwin =
       jumpOn({{"WAYLAND_DISPLAY", "wayland-1"}, {"XDG_CURRENT_DESKTOP", "KDE"}});
-  EXPECT_THAT(kwin, ::testing::HasSubstr("unloadScript vantler-jump\n"));
   EXPECT_THAT(
       kwin, ::testing::HasSubstr("loadScript " + home.path() + "/vantler-jump.js vantler-jump\n"));
   EXPECT_THAT(kwin, ::testing::HasSubstr(
                         "--object-path /Scripting/Script7 --method org.kde.kwin.Script.run"));
-  std::stringstream script;
-  script << std::ifstream(home.path() + "/vantler-jump.js").rdbuf();
-  EXPECT_THAT(script.str(), ::testing::StartsWith("const pids = [" + pid + ","));
-
   EXPECT_THAT(
       jumpOn({{"WAYLAND_DISPLAY", "wayland-0"}, {"XDG_CURRENT_DESKTOP", "GNOME"}}),
       ::testing::HasSubstr("org.freedesktop.Notifications.Notify Vantler 0  Switch to foot"));
