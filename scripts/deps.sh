@@ -13,7 +13,8 @@ build_pkgs=(build-essential cmake ninja-build pkg-config git
 run_pkgs=(dbus-user-session at-spi2-core xdg-utils)
 test_pkgs=(clang libclang-rt-14-dev
   xvfb openbox xcompmgr xdotool x11-utils imagemagick at-spi2-core python3-gi gir1.2-gtk-3.0
-  python3-pyatspi sway grim wayvnc)
+  python3-pyatspi sway grim wayvnc
+  tmux xterm kitty foot)
 web_pkgs=(nodejs npm chromium)
 agent_pkgs=(nodejs npm tmux python3)
 

@@ -14,6 +14,7 @@
 #include "app/linux_desktop.h"
 #include "app/linux_onboarding.h"
 #include "app/linux_panel_window.h"
+#include "app/linux_raise.h"
 #include "app/linux_session.h"
 #include "app/panel_controller.h"
 #include "app/panel_geometry.h"
@@ -81,6 +82,7 @@ void App::start() {
   stage = std::make_unique<WebStage>();
   window = std::make_unique<LinuxPanelWindow>(gtk, stage->widget(), kind);
   for (auto& line : window->mechanisms()) lines.push_back(line);
+  lines.push_back(LinuxWindowRaiser::describe());
   LinuxDesktop::MenuActions menu;
   menu.open = [this] {
     if (panel) panel->summon();

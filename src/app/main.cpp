@@ -10,6 +10,7 @@
 #include "app/client.h"
 #include "app/daemon.h"
 #include "app/desktop.h"
+#include "app/linux_raise.h"
 #include "bridge/linux_bridge.h"
 #include "core/files.h"
 #include "core/json.h"
@@ -52,6 +53,10 @@ constexpr Command kCommands[] = {
      "Lets go of the session's request: the agent asks in its own window instead."},
     {"dismiss", "vantler dismiss <session-id>",
      "Lets go of the session's request and hides the session until something new happens."},
+    {"jump", "vantler jump <session-id>",
+     "Brings the session's terminal tab, tmux pane or editor window to the front. The running\n"
+     "app or daemon does it, on the display in its own environment; what it could not do is\n"
+     "in its log."},
     {"agents", "vantler agents",
      "Lists the coding agents Vantler can follow: whether each is on this machine, whether its\n"
      "hooks are connected, and the configuration file Vantler edits for it."},
@@ -171,6 +176,8 @@ int main(int argc, char** argv) {
     std::printf("vantler %s (%s)\n", Version::kVersion, Version::kRevision);
     return 0;
   }
+  if (args[0] == LinuxWindowRaiser::kX11Command)
+    return LinuxWindowRaiser::raiseX11({args.begin() + 1, args.end()});
   const Command* command = find(args[0]);
   if (!command) {
     std::fprintf(stderr, "vantler: unknown command '%s'\n\n", args[0].c_str());

@@ -234,6 +234,23 @@ class Desktop:
         del self.procs[keep:]
 
 
+def agent_in(s, env, terminal, session):
+    """Starts `terminal` (its argv up to the command it runs) with a fake agent that reports
+    `session`; returns the terminal once Vantler knows the session."""
+    wait_for(lambda: s.command(env, 'state')[0] == 0, 15, 'Vantler listening')
+    proc = s.start([*terminal, '/usr/bin/python3', os.path.join(HERE, 'fake_agent.py'), s.build,
+                    session], env)
+    wait_for(lambda: f'"claude:{session}"' in s.command(env, 'state')[1] or not proc.running(),
+             15, f'the session {session} reported from {terminal[0]}')
+    check(proc.running(), f'{terminal[0]} exited: ' + proc.output('.err')[-500:])
+    return proc
+
+
+def jump(s, env, session):
+    code, out = s.command(env, 'jump', 'claude:' + session)
+    check(code == 0, f'vantler jump failed: {out}')
+
+
 def centre(box):
     return (box[0] + box[2]) // 2, (box[1] + box[3]) // 2
 

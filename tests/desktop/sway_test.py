@@ -13,7 +13,8 @@ import subprocess
 import sys
 
 sys.dont_write_bytecode = True  # keep the source tree clean
-from harness import (H, W, Desktop, check, drag_restart_place_kept, fixture, main, opened,
+from harness import (H, W, Desktop, agent_in, check, drag_restart_place_kept, fixture, jump, main,
+                     opened,
                      pill_click_through_and_hover, skip, top_pill, wait_for)
 
 USER = 'vantlertest'  # sway refuses to run as root
@@ -126,12 +127,20 @@ class Sway(Desktop):
 HERE_FILE = os.path.abspath(__file__)
 
 
-def windows(s):
+def views(s):
     def walk(node):
         yield from (n for c in node.get('nodes', []) + node.get('floating_nodes', [])
                     for n in [c, *walk(c)])
-    return [n.get('app_id') or n.get('name') for n in walk(json.loads(s.swaymsg('-t', 'get_tree')))
+    return [n for n in walk(json.loads(s.swaymsg('-t', 'get_tree')))
             if n.get('type') in ('con', 'floating_con') and n.get('pid')]
+
+
+def windows(s):
+    return [n.get('app_id') or n.get('name') for n in views(s)]
+
+
+def focused(s):
+    return next((n.get('app_id') for n in views(s) if n.get('focused')), None)
 
 
 def layer_surface_pill_click_through_and_hover(s):
@@ -155,7 +164,18 @@ def layer_drag_and_remembered_place(s):
     drag_restart_place_kept(s, 'sway')
 
 
+def jump_focuses_the_terminal(s):
+    env = s.home({'onboarded': True})
+    s.vantler(env)
+    agent_in(s, env, ['foot'], 'in-foot')
+    wait_for(lambda: 'foot' in windows(s), 10, 'the foot window')
+    s.swaymsg('[app_id=clicker] focus')
+    wait_for(lambda: focused(s) == 'clicker', 5, 'the focus on the click window')
+    jump(s, env, 'in-foot')
+    wait_for(lambda: focused(s) == 'foot', 5, 'the foot window focused after the jump')
+
+
 if __name__ == '__main__':
     main(Sway, [layer_surface_pill_click_through_and_hover, layer_peek_then_quit_releases,
-                layer_drag_and_remembered_place],
+                layer_drag_and_remembered_place, jump_focuses_the_terminal],
          ('sway', 'grim', 'wayvnc'))

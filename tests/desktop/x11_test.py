@@ -12,9 +12,9 @@ import sys
 import time
 
 sys.dont_write_bytecode = True  # keep the source tree clean
-from harness import (HERE, H, W, Desktop, accessible, centre, check, drag_restart_place_kept,
-                     extents, fixture, main, opened, pill_click_through_and_hover, press,
-                     top_pill, wait_for)
+from harness import (HERE, H, W, Desktop, accessible, agent_in, centre, check,
+                     drag_restart_place_kept, extents, fixture, jump, main, opened,
+                     pill_click_through_and_hover, press, top_pill, wait_for)
 
 PERMISSION_ALLOWED = {'hookSpecificOutput': {'hookEventName': 'PermissionRequest',
                                              'decision': {'behavior': 'allow'}}}
@@ -209,6 +209,47 @@ def onboarding_and_login_item(s):
           f'the onboarding window at {first} is not centred on the screen and within it')
 
 
+def jump_raises_the_terminal(s):
+    """An agent in xterm: its window becomes the active one (the daemon jumps). An agent in
+    kitty, in a tab another has covered: kitty's remote control selects its tab and the window
+    comes up (the desktop app jumps)."""
+    env = s.home({'onboarded': True})
+    daemon = s.vantler(env, 'daemon')
+    active = lambda: s.x(['xdotool', 'getactivewindow']).strip()
+
+    term = agent_in(s, env, ['xterm', '-e'], 'in-xterm')
+    xterm = wait_for(lambda: s.x(['xdotool', 'search', '--pid', str(term.p.pid)]).split(), 10,
+                     'the xterm window')[0]
+    s.click(W - 50, H - 50)  # the window under everything takes the focus
+    wait_for(lambda: active() not in ('', xterm), 5, 'the focus away from the xterm')
+    jump(s, env, 'in-xterm')
+    wait_for(lambda: active() == xterm, 5, 'the xterm window active after the jump')
+
+    daemon.stop()
+    s.vantler(env)
+    listen = 'unix:' + os.path.join(s.tmp, 'kitty.sock')
+    kitty = ['kitty', '@', '--to', listen]
+    term = agent_in(s, env, ['kitty', '-o', 'allow_remote_control=yes', '--listen-on', listen],
+                    'in-kitty')
+    window = wait_for(lambda: s.x(['xdotool', 'search', '--pid', str(term.p.pid)]).split(), 10,
+                      'the kitty window')[0]
+    # kitty draws with the software renderer here: its answers can take a while under load.
+    subprocess.run([*kitty, 'launch', '--type=tab', 'sleep', '600'], env=s.env, check=True,
+                   capture_output=True, timeout=60)
+
+    def agent_tab_focused():
+        ls = subprocess.run([*kitty, 'ls'], env=s.env, capture_output=True, timeout=60).stdout
+        tabs = [t for w in json.loads(ls) for t in w['tabs']]
+        return next(t['is_focused'] for t in tabs for w in t['windows']
+                    if 'fake_agent.py' in ' '.join(w['cmdline']))
+    wait_for(lambda: not agent_tab_focused(), 5, 'the new tab in front of the agent')
+    s.xdotool('windowactivate', xterm)
+    wait_for(lambda: active() == xterm, 5, 'the xterm window active again')
+    jump(s, env, 'in-kitty')
+    wait_for(agent_tab_focused, 5, "the agent's kitty tab selected after the jump")
+    wait_for(lambda: active() == window, 5, 'the kitty window active after the jump')
+
+
 def no_display(s):
     env = s.home({'onboarded': True})
     del env['DISPLAY']
@@ -221,5 +262,6 @@ def no_display(s):
 if __name__ == '__main__':
     main(X11, [rest_hover_and_click_through, peek_and_allow, questions_answered_in_panel,
          reply_typed_in_panel, drag_and_remembered_place, second_instance_takes_over,
-         commands_and_theme_following_the_desktop, onboarding_and_login_item, no_display],
+         commands_and_theme_following_the_desktop, onboarding_and_login_item,
+         jump_raises_the_terminal, no_display],
          ('Xvfb',))
