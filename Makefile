@@ -110,6 +110,7 @@ bench:
 	@if command -v Xvfb >/dev/null && command -v openbox >/dev/null && command -v xcompmgr >/dev/null; then \
 	  echo "== desktop app"; /usr/bin/python3 bench/desktop_bench.py $(BENCH_BUILD); \
 	else echo "== desktop app: skipped (needs Xvfb, openbox and xcompmgr: scripts/deps.sh test)"; fi
+	@echo "== vantler status --follow"; /usr/bin/python3 bench/status_bench.py $(BENCH_BUILD)
 	@if [ -x scripts/test-web.sh ]; then scripts/test-web.sh bench; fi
 
 format:
