@@ -6,6 +6,7 @@
 
 #include <fstream>
 #include <memory>
+#include <sstream>
 
 #include "core/files.h"
 #include "process.h"
@@ -452,6 +453,39 @@ TEST_F(DaemonTest, WaitingHooksEndCleanly) {
     EXPECT_EQ(h->out(), "");
   }
   EXPECT_EQ(quick("claude", permission), "");  // no app: the hook returns at once
+}
+
+// `vantler status --follow` prints a line for each change of the summary, none in between, and
+// the "off" line once the app stops.
+TEST_F(DaemonTest, StatusFollowsChangesOnly) {
+  start();
+  Process follow({kBin + "/vantler", "status", "--follow", "--format", "waybar"}, env());
+  auto lines = [&] {
+    std::vector<Json> out;
+    std::istringstream in(follow.out());
+    for (std::string line; std::getline(in, line);) out.push_back(Json::parse(line));
+    return out;
+  };
+  // The class of the last line printed, once there is one of `mood`.
+  auto waitClass = [&](const std::string& mood) {
+    for (int i = 0; i < 500 && (lines().empty() || lines().back()["class"] != mood); ++i)
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    return lines().empty() ? Json() : lines().back()["class"];
+  };
+  ASSERT_EQ(waitClass("idle"), "idle") << follow.err();
+  EXPECT_EQ(lines()[0]["tooltip"], "No agent sessions");
+
+  std::vector<Json> turn = fixture("claude_turn.jsonl");
+  quick("claude", turn[0]);
+  quick("claude", turn[1]);
+  EXPECT_EQ(waitClass("working"), "working");
+  const size_t seen = lines().size();
+  std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+  EXPECT_EQ(lines().size(), seen);  // nothing changed, nothing printed
+
+  daemon->signal(SIGTERM);
+  EXPECT_EQ(daemon->wait(5), 0);
+  EXPECT_EQ(waitClass("off"), "off");
 }
 
 // Connected hooks are refreshed at start; settings that cannot be read only cost a log line.

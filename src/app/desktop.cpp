@@ -210,6 +210,8 @@ int run(const char* argv0) {
   App app;
   app.backend = LinuxSession::chooseBackend();
   if (!gtk_init_check(nullptr, nullptr)) return noDisplay();
+  // The installed icon, named like the menu entry, for the first-run window on X11.
+  gtk_window_set_default_icon_name(kAppId);
 
   // The newest launch wins: it takes the bus name over and the older instance quits.
   app.gtk = gtk_application_new(

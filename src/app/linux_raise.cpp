@@ -31,9 +31,8 @@ std::vector<std::string> kwinCall(const std::string& path, const std::string& me
 }  // namespace
 
 LinuxWindowRaiser::LinuxWindowRaiser(Loop& loop) : runs_(loop) {
-  gchar* self = g_file_read_link("/proc/self/exe", nullptr);
-  self_ = self ? self : "vantler";
-  g_free(self);
+  self_ = Files::executable();
+  if (self_.empty()) self_ = "vantler";
 }
 
 void LinuxWindowRaiser::raise(const std::vector<int32_t>& pids, const std::string& place,

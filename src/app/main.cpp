@@ -11,6 +11,7 @@
 #include "app/daemon.h"
 #include "app/desktop.h"
 #include "app/linux_raise.h"
+#include "app/status.h"
 #include "bridge/linux_bridge.h"
 #include "core/files.h"
 #include "core/json.h"
@@ -40,6 +41,11 @@ constexpr Command kCommands[] = {
      "Environment: VANTLER_DEMO=1 adds demonstration sessions; VANTLER_DEBUG_ANSWER=<text>\n"
      "answers every request 1.2 s after it arrives (allow, deny, or the text as a reply)."},
     {"state", "vantler state", "Prints the current state of every shown session as JSON."},
+    {"status", "vantler status [--format plain|waybar|tmux] [--follow]",
+     "Prints one line summarising the sessions: how many wait, work and are done, and what\n"
+     "Claude Code has cost today ('Vantler off' when Vantler is not running). --format waybar\n"
+     "prints the JSON of a Waybar custom module (text, tooltip, class), --format tmux tmux\n"
+     "colour markup. --follow prints a new line whenever the summary changes, until stopped."},
     {"allow", "vantler allow [--always] <session-id>",
      "Allows the session's open permission request. --always also accepts the standing rule the\n"
      "agent offers with it (shown in 'vantler state' as \"always\"), so it stops asking."},
@@ -219,6 +225,19 @@ int main(int argc, char** argv) {
     }
     std::fputs(r.answer.c_str(), stdout);
     return 0;
+  }
+  if (name == "status") {
+    Status::Options options;
+    for (size_t i = 1; i < args.size(); ++i) {
+      if (args[i] == "--follow") {
+        options.follow = true;
+      } else if (args[i] == "--format" && i + 1 < args.size() && StatusLine::format(args[i + 1])) {
+        options.format = *StatusLine::format(args[++i]);
+      } else {
+        return wrongUsage();
+      }
+    }
+    return Status::run(options);
   }
   if (name == "agents") return args.size() == 1 ? agents() : wrongUsage();
   if (name == "usage") {

@@ -95,6 +95,13 @@ void Services::refreshHooks() {
   // every start. A settings file that cannot be read is reported once here and otherwise left
   // alone; nothing here is worth stopping for.
   try {
+    // Every connected agent runs the one copy in ~/.vantler/bin: after an upgrade it is
+    // replaced by the installed vantler-hook even when Claude Code is not connected.
+    if (Files::exists(HookInstaller::binPath())) HookInstaller::copyBinary();
+  } catch (const std::exception& e) {
+    g_warning("Vantler: %s", e.what());
+  }
+  try {
     ConfigFile::load(HookInstaller::settingsPath());
     if (HookInstaller::isInstalled() || HookInstaller::hasLegacyEntries()) HookInstaller::install();
   } catch (const std::exception& e) {

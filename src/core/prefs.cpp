@@ -216,13 +216,8 @@ std::optional<std::string> set(Defaults& d, std::string_view key, const Json& va
   }
   if (key == "openAtLogin") {
     if (!value.is_boolean()) return std::string("openAtLogin must be true or false");
-    char exe[4096];
-    ssize_t n = ::readlink("/proc/self/exe", exe, sizeof exe - 1);
-    std::string path = n > 0 ? std::string(exe, static_cast<size_t>(n)) : "vantler";
-    // Upgraded by the package manager while running, the old file is gone: the new one at the
-    // same path is the one to start.
-    if (path.ends_with(" (deleted)")) path.resize(path.size() - 10);
-    return setOpenAtLogin(value.get<bool>(), path);
+    std::string path = Files::executable();
+    return setOpenAtLogin(value.get<bool>(), path.empty() ? "vantler" : path);
   }
   return "unknown setting " + std::string(key);
 }
