@@ -40,6 +40,7 @@ test-desktop: build
 	@scripts/deps.sh test
 	@/usr/bin/python3 tests/desktop/x11_test.py $(BUILD)
 	@/usr/bin/python3 tests/desktop/sway_test.py $(BUILD)
+	@/usr/bin/python3 tests/dbus/dbus_test.py $(BUILD)
 
 test-native:
 	@scripts/deps.sh test

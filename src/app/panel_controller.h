@@ -17,7 +17,9 @@
 #include <vector>
 
 #include "app/panel_geometry.h"
+#include "app/panel_menu.h"
 #include "app/panel_ports.h"
+#include "app/panel_updates.h"
 #include "core/defaults.h"
 #include "core/hub.h"
 #include "core/loop.h"
@@ -39,6 +41,11 @@ struct PanelServices {
   std::shared_ptr<Voice> voice;
   std::shared_ptr<HotKeys> hotKeys;
   std::function<Json()> usage;  // today's usage for the page ({"today", "models"})
+  Updater* updates = nullptr;   // the update checks; none in a build without a feed
+  // Why there is no tray icon ("" while one shows), for the settings.
+  std::function<std::string()> trayMissing;
+  // Runs after every push of the state (desktop notifications follow the requests).
+  std::function<void()> pushed;
 };
 
 class PanelController {
@@ -85,6 +92,12 @@ class PanelController {
   void openSettings();
   void showTour();
   void showMenu();
+  // The application menu as it stands now, and what choosing one of its actions does.
+  std::vector<MenuItem> menu() const;
+  void menuChosen(const std::string& action);
+  // The user cannot see the panel: its screen shows a full-screen window (and it is not
+  // open), or the pointer is on another screen.
+  bool outOfSight() const;
   void push();
   // A command from the page.
   void handle(const Json& command);

@@ -80,6 +80,17 @@ export interface Settings {
   openKey: unknown;
   talkKey: unknown;
   integrations: Integration[];
+  notifyAnswers: boolean;
+  /** Why there is no tray icon; empty while one shows. */
+  trayMissing: string;
+  update: UpdateStatus;
+}
+
+export interface UpdateStatus {
+  state: 'off' | 'idle' | 'waiting' | 'checking' | 'current' | 'newer' | 'failed';
+  version: string;
+  link: string;
+  error: string;
 }
 
 export interface Geo {
