@@ -93,11 +93,14 @@ void LinuxTray::refresh() {
 
 std::string LinuxTray::missing() const {
   if (!known_ || host_) return {};
-  if (!bus_) return "There is no session bus, so no tray icon; the menu opens from the panel.";
+  const char* menu = " Right-click the panel for Vantler's menu.";
+  if (!bus_) return std::string("No tray icon: there is no session bus.") + menu;
   if (!watcher_)
-    return "This desktop shows no tray icons (no StatusNotifier host; on GNOME, the "
-           "AppIndicator extension adds one). The menu opens from the panel.";
-  return "The tray of this desktop is not running; the menu opens from the panel.";
+    return std::string(
+               "No tray icon: this desktop has no StatusNotifier tray (on GNOME, the "
+               "AppIndicator extension adds one).") +
+           menu;
+  return std::string("No tray icon: the desktop's tray is not running.") + menu;
 }
 
 // The watcher's name, then its IsStatusNotifierHostRegistered property, followed as both

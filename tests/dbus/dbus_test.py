@@ -12,7 +12,7 @@ import threading
 sys.dont_write_bytecode = True  # keep the source tree clean
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, '..', 'desktop'))
-from harness import check, fixture, main, wait_for  # noqa: E402
+from harness import accessible, centre, check, fixture, main, press, top_pill, wait_for  # noqa: E402
 from x11_test import PERMISSION_ALLOWED, X11  # noqa: E402
 
 SESSION = 'claude:4b1f2c9e-7d3a-4e51-9a0c-2f6b8d1e3a77'  # of the permission fixture
@@ -121,7 +121,32 @@ def no_tray(s):
         env, app = start_app(s)
         wait_for(lambda: 'no StatusNotifier host; the menu opens from the panel' in
                  app.output('.err'), 20, 'the app saying there is no tray ' + str(watcher))
-        app.stop()
+    # The same menu from the panel: a right click on the pill.
+    x, y = centre(s.wait_drawn(top_pill, 20, 'the pill'))
+    s.xdotool('mousemove', x, y, 'click', 3)
+    accessible('No sessions right now', ('menu item',))
+    press('Quit Vantler', ('menu item',))
+    check(app.wait(10, 'the app after Quit') == 0, 'Quit Vantler did not end the app cleanly')
+
+
+def icon_follows_the_panel_colour(s):
+    """GTK draws the symbolic icon in the panel's text colour, eyes left open."""
+    import gi
+    gi.require_version('Gdk', '3.0')
+    gi.require_version('Gtk', '3.0')
+    from gi.repository import Gdk, Gtk
+    theme = Gtk.IconTheme.new()
+    theme.append_search_path(os.path.join(s.build, 'icons'))
+    info = theme.lookup_icon('vantler-symbolic', 36, 0)
+    check(info, 'no vantler-symbolic icon beside the build')
+    for colour in ((255, 255, 255), (20, 20, 20)):
+        pixbuf, _ = info.load_symbolic(Gdk.RGBA(*(c / 255 for c in colour), 1))
+        data, n, row = pixbuf.get_pixels(), pixbuf.get_n_channels(), pixbuf.get_rowstride()
+        px = [tuple(data[y * row + x * n:y * row + x * n + 4]) for y in range(36) for x in range(36)]
+        solid = {p[:3] for p in px if p[3] == 255}
+        check(solid == {colour}, f'icon drawn in {solid}, not {colour}')
+        eye = px[20 * 36 + 13]  # the left eye, at (6.7, 10) of 18
+        check(eye[3] == 0 and px[20 * 36 + 18][3] == 255, f'eyes not cut out: {eye}')
 
 
 class Feed(http.server.BaseHTTPRequestHandler):
@@ -215,4 +240,4 @@ def notifications(s):
 
 
 if __name__ == '__main__':
-    main(X11, [tray_menu, no_tray, update_checks, notifications], ('Xvfb', 'dbus-daemon'))
+    main(X11, [tray_menu, icon_follows_the_panel_colour, no_tray, update_checks, notifications], ('Xvfb', 'dbus-daemon'))
