@@ -92,10 +92,12 @@ class PanelTest : public ::testing::Test {
   std::unique_ptr<PanelController> panel;
 
   void start(bool arriving = false, PanelOptions options = {}) {
+    PanelServices services;
+    services.voice = voice;
     panel = std::make_unique<PanelController>(
         loop, hub, defaults, window, desktop,
         [this](const std::string& name, Json payload) { sent.emplace_back(name, payload); },
-        PanelServices{voice, nullptr, nullptr, nullptr, nullptr, nullptr}, options);
+        services, options);
     panel->show(arriving);
   }
   void pointAt(double x, double y) { window.at = Point{x, y}; }
@@ -385,6 +387,17 @@ TEST_F(PanelTest, CommandsFromThePage) {
   EXPECT_TRUE(Prefs::autoOpen(defaults));
   ASSERT_EQ(sent.size(), 1u);
   EXPECT_EQ(sent[0].second["settings"]["autoOpen"], true);
+
+  // A facility that starts working reaches the settings at once; the Alt gesture's readiness
+  // is also the setting's own "optionTapReady".
+  EXPECT_EQ(sent[0].second["capabilities"]["altTap"]["reason"],
+            Capabilities::none(false).altTap.reason);
+  Capabilities working = panel->capabilities();
+  working.altTap.ready = true;
+  panel->setCapabilities(working);
+  EXPECT_EQ(sent.back().second["capabilities"]["altTap"], (Json{{"ready", true}, {"reason", ""}}));
+  EXPECT_EQ(sent.back().second["settings"]["optionTapReady"], true);
+  sent.clear();
 
   panel->handle({{"type", "menu"}});
   EXPECT_TRUE(panel->holds().count("menu"));

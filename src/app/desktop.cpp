@@ -123,13 +123,16 @@ void App::start() {
   desktop->menuChosen = chosen;
   tray = std::make_unique<LinuxTray>(model, chosen);
   tray->changed = [this] {
-    if (panel) panel->push();
+    if (!panel) return;
+    Capabilities now = panel->capabilities();
+    now.tray = {tray->shown(), tray->missing()};
+    panel->setCapabilities(now);
   };
 
   PanelServices panelServices;
   panelServices.usage = [this] { return usage->snapshot(); };
+  panelServices.capabilities = Capabilities::none(kind != LinuxSession::Kind::X11);
   panelServices.updates = updates.get();
-  panelServices.trayMissing = [this] { return tray->missing(); };
   panelServices.pushed = [this] {
     if (notices) notices->update();
   };

@@ -24,7 +24,8 @@ class LinuxTray {
   LinuxTray(const LinuxTray&) = delete;
   LinuxTray& operator=(const LinuxTray&) = delete;
 
-  // Why no tray icon shows, or "" while a host shows it.
+  // A host shows the icon; if not, why (once known).
+  bool shown() const { return known_ && host_; }
   std::string missing() const;
   // Rebuilds the menu when what it would show changed (also done when a host opens it).
   void refresh();

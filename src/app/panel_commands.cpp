@@ -257,10 +257,8 @@ std::string PanelController::diagnostics() const {
       "Glass: false (available false)",
   };
   for (const std::string& m : desktop_.mechanisms()) lines.push_back(m);
-  if (services_.trayMissing) {
-    std::string why = services_.trayMissing();
-    lines.push_back(why.empty() ? "tray: StatusNotifier item" : "tray: none. " + why);
-  }
+  const Capability& tray = services_.capabilities.tray;
+  lines.push_back(tray.ready ? "tray: StatusNotifier item" : "tray: none. " + tray.reason);
   lines.push_back("Sessions: " + sessions);
   lines.push_back("Settings: " + JsonField::compact(Prefs::json(defaults_)));
   std::string text;

@@ -602,9 +602,10 @@ Json PanelController::geo() const {
 void PanelController::push() {
   Json state = hub_.snapshot();
   state["geo"] = geo();
-  Json& settings = state["settings"];
-  settings["trayMissing"] = services_.trayMissing ? services_.trayMissing() : "";
-  settings["update"] = services_.updates ? services_.updates->status() : Json{{"state", "off"}};
+  state["capabilities"] = services_.capabilities.json();
+  state["settings"]["optionTapReady"] = services_.capabilities.altTap.ready;
+  state["settings"]["update"] =
+      services_.updates ? services_.updates->status() : Json{{"state", "off"}};
   if (options_.trace) state["trace"] = true;
   // The page re-renders on every state: an unchanged one is not sent again.
   if (state != lastState_) {
@@ -613,6 +614,12 @@ void PanelController::push() {
   }
   refresh();
   if (services_.pushed) services_.pushed();
+}
+
+void PanelController::setCapabilities(const Capabilities& capabilities) {
+  if (capabilities == services_.capabilities) return;
+  services_.capabilities = capabilities;
+  push();
 }
 
 void PanelController::trace(const std::string& message) const {

@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "app/capabilities.h"
 #include "app/panel_geometry.h"
 #include "app/panel_menu.h"
 #include "app/panel_ports.h"
@@ -41,9 +42,9 @@ struct PanelServices {
   std::shared_ptr<Voice> voice;
   std::shared_ptr<HotKeys> hotKeys;
   std::function<Json()> usage;  // today's usage for the page ({"today", "models"})
-  Updater* updates = nullptr;   // the update checks; none in a build without a feed
-  // Why there is no tray icon ("" while one shows), for the settings.
-  std::function<std::string()> trayMissing;
+  // What works in this session at start; later changes go through `setCapabilities`.
+  Capabilities capabilities = Capabilities::none(false);
+  Updater* updates = nullptr;  // the update checks; none in a build without a feed
   // Runs after every push of the state (desktop notifications follow the requests).
   std::function<void()> pushed;
 };
@@ -99,6 +100,9 @@ class PanelController {
   // open), or the pointer is on another screen.
   bool outOfSight() const;
   void push();
+  // A facility started or stopped working: the page's settings say so at once.
+  void setCapabilities(const Capabilities& capabilities);
+  const Capabilities& capabilities() const { return services_.capabilities; }
   // A command from the page.
   void handle(const Json& command);
   // The text "copyDiagnostics" puts on the clipboard.
