@@ -233,8 +233,8 @@ def notifications(s):
     # Answered from the command line: the notification goes.
     hook = s.hook(env, fixture('claude_permission.json'))
     note = wait_for(lambda: calls(server, 'Notify')[1:], 10, 'a second notification')[0]
-    code, out = s.command(env, 'deny', SESSION)
-    check(code == 0 and hook.wait(5, 'the hook') == 0, f'deny: {out}')
+    code, out = s.command(env, 'allow', SESSION)
+    check(code == 0 and hook.wait(5, 'the hook') == 0, f'allow: {out}')
     wait_for(lambda: any(c['id'] == note['id'] for c in calls(server, 'CloseNotification')), 5,
              'the notification withdrawn')
 
