@@ -42,6 +42,7 @@ test-desktop: build
 	@scripts/deps.sh test
 	@/usr/bin/python3 tests/desktop/x11_test.py $(BUILD)
 	@/usr/bin/python3 tests/desktop/sway_test.py $(BUILD)
+	@/usr/bin/python3 tests/dbus/dbus_test.py $(BUILD)
 
 # `make install` into a temporary prefix from the normal build: the installed app starts,
 # finds its page, its hook program and its desktop files.

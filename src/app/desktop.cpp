@@ -4,6 +4,7 @@
 #include <gtk/gtk.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -12,15 +13,19 @@
 
 #include "app/instance.h"
 #include "app/linux_desktop.h"
+#include "app/linux_feed.h"
+#include "app/linux_notifications.h"
 #include "app/linux_onboarding.h"
 #include "app/linux_panel_window.h"
 #include "app/linux_raise.h"
 #include "app/linux_session.h"
+#include "app/linux_tray.h"
 #include "app/panel_controller.h"
 #include "app/panel_geometry.h"
 #include "app/services.h"
 #include "core/files.h"
 #include "usage/usage_meter.h"
+#include "version.h"
 #include "web/linux_web_stage.h"
 
 namespace DesktopApp {
@@ -42,7 +47,12 @@ struct App {
   std::unique_ptr<WebStage> stage;
   std::unique_ptr<LinuxPanelWindow> window;
   std::unique_ptr<LinuxDesktop> desktop;
+  std::unique_ptr<CurlFeedFetcher> feed;
+  std::unique_ptr<Updater> updates;
+  std::unique_ptr<LinuxTray> tray;
   std::unique_ptr<PanelController> panel;
+  std::unique_ptr<LinuxNotifications> notifier;
+  std::unique_ptr<AnswerNotices> notices;
   std::unique_ptr<Onboarding> onboarding;
   guint signals[2] = {0, 0};
   bool started = false;
@@ -83,22 +93,51 @@ void App::start() {
   window = std::make_unique<LinuxPanelWindow>(gtk, stage->widget(), kind);
   for (auto& line : window->mechanisms()) lines.push_back(line);
   lines.push_back(LinuxWindowRaiser::describe());
-  LinuxDesktop::MenuActions menu;
-  menu.open = [this] {
-    if (panel) panel->summon();
-  };
-  menu.settings = [this] {
-    if (panel) panel->openSettings();
-  };
-  menu.quit = [this] { g_application_quit(G_APPLICATION(gtk)); };
   stage->load();
   lines.push_back(stage->source());
-  desktop = std::make_unique<LinuxDesktop>(gtk, std::move(menu), lines);
+  desktop = std::make_unique<LinuxDesktop>(gtk, lines);
   for (const auto& line : lines) std::fprintf(stderr, "vantler: %s\n", line.c_str());
+
+  // Update checks, unless this build has no feed (VANTLER_UPDATE_FEED replaces it for tests)
+  // or the sessions are only a demonstration.
+  const char* feedUrl = std::getenv("VANTLER_UPDATE_FEED");
+  feed = std::make_unique<CurlFeedFetcher>();
+  updates = std::make_unique<Updater>(loop, services->defaults(), *feed,
+                                      Services::demo() ? ""
+                                      : feedUrl        ? feedUrl
+                                                       : VANTLER_UPDATE_FEED,
+                                      Version::kVersion);
+  updates->busy = [this] {
+    const auto& sessions = services->hub().sessions();
+    return std::any_of(sessions.begin(), sessions.end(),
+                       [](const Session& s) { return s.pending.has_value(); });
+  };
+  updates->changed = [this] {
+    if (panel) panel->push();
+  };
+
+  // The tray icon and the panel's own menu show the same items.
+  auto model = [this] { return panel ? panel->menu() : std::vector<MenuItem>{}; };
+  auto chosen = [this](const std::string& action) {
+    if (panel) panel->menuChosen(action);
+  };
+  desktop->menuModel = model;
+  desktop->menuChosen = chosen;
+  tray = std::make_unique<LinuxTray>(model, chosen);
+  tray->changed = [this] {
+    if (!panel) return;
+    Capabilities now = panel->capabilities();
+    now.tray = {tray->shown(), tray->missing()};
+    panel->setCapabilities(now);
+  };
 
   PanelServices panelServices;
   panelServices.usage = [this] { return usage->snapshot(); };
   panelServices.capabilities = Capabilities::none(kind != LinuxSession::Kind::X11);
+  panelServices.updates = updates.get();
+  panelServices.pushed = [this] {
+    if (notices) notices->update();
+  };
   panel = std::make_unique<PanelController>(
       loop, services->hub(), services->defaults(), *window, *desktop,
       [this](const std::string& name, Json payload) { stage->send(name, std::move(payload)); },
@@ -113,6 +152,12 @@ void App::start() {
   };
   window->setEvents(std::move(events));
   stage->onMessage = [this](const Json& message) { panel->handle(message); };
+  notifier = std::make_unique<LinuxNotifications>();
+  notices = std::make_unique<AnswerNotices>(
+      services->hub(), services->defaults(), *notifier, [this] { return panel->outOfSight(); },
+      [this] { panel->summon(); });
+  tray->refresh();
+  updates->start();
 
   if (services->defaults().boolean("onboarded") && !envSet("VANTLER_DEBUG_TOUR")) {
     showPanel(false);
@@ -136,7 +181,12 @@ void App::stop() {
   // process ends and fall back to the agent's own prompt.
   if (services) services->stop();
   onboarding.reset();
+  notices.reset();
+  notifier.reset();
   panel.reset();
+  tray.reset();
+  updates.reset();
+  feed.reset();
   desktop.reset();
   window.reset();
   stage.reset();

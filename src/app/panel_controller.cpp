@@ -9,6 +9,8 @@
 
 #include "core/files.h"
 #include "core/prefs.h"
+#include "integrations/installers.h"
+#include "version.h"
 
 namespace {
 
@@ -546,6 +548,69 @@ void PanelController::showMenu() {
   });
 }
 
+std::vector<MenuItem> PanelController::menu() const {
+  MenuFacts f;
+  f.version = Version::kVersion;
+  std::vector<const Session*> shown = hub_.visible();
+  f.sessions = shown.size();
+  f.waiting = hub_.queue().size();
+  f.placedAway = placedAway();
+  const Date now = hub_.now();
+  f.anyFinished = std::any_of(shown.begin(), shown.end(),
+                              [now](const Session* s) { return Hub::isFinished(*s, now); });
+  f.claudeHooks = HookInstaller::isInstalled();
+  f.cursorAvailable = CursorHooks::available();
+  f.cursorHooks = f.cursorAvailable && CursorHooks::isInstalled();
+  if (services_.updates) f.newerVersion = services_.updates->newerVersion();
+  return AppMenu::build(f);
+}
+
+void PanelController::menuChosen(const std::string& action) {
+  namespace A = AppMenu::Action;
+  // Connecting reports its own failures; the menu only shows the outcome.
+  auto toggle = [this](bool installed, void (*install)(), void (*uninstall)()) {
+    try {
+      installed ? uninstall() : install();
+    } catch (const std::exception& e) {
+      g_warning("Vantler: %s", e.what());
+    }
+    push();
+  };
+  if (action == A::open) {
+    summon();
+  } else if (action == A::settings) {
+    openSettings();
+  } else if (action == A::home) {
+    resetPosition();
+  } else if (action == A::clear) {
+    hub_.clearFinished();
+  } else if (action == A::claude) {
+    toggle(HookInstaller::isInstalled(), HookInstaller::install, HookInstaller::uninstall);
+  } else if (action == A::cursor) {
+    toggle(CursorHooks::isInstalled(), CursorHooks::install, CursorHooks::uninstall);
+  } else if (action == A::tour) {
+    showTour();
+  } else if (action == A::updates) {
+    // The settings show how the check goes.
+    if (services_.updates) services_.updates->checkNow();
+    openSettings();
+  } else if (action == A::download) {
+    if (services_.updates && !services_.updates->link().empty())
+      desktop_.openUri(services_.updates->link());
+  } else if (action == A::quit) {
+    desktop_.quit();
+  }
+}
+
+bool PanelController::outOfSight() const {
+  Where w = where();
+  const Screen* screen = w.screen();
+  if (!screen) return false;
+  if (screen->fullscreen && !hub_.isOpen()) return true;
+  std::optional<Point> p = cursor();
+  return p && !screen->frame.contains(*p);
+}
+
 // --- the page ---
 
 Json PanelController::geo() const {
@@ -575,6 +640,8 @@ void PanelController::push() {
   for (const Screen& s : window_.screens()) screens.push_back({{"key", s.key}, {"name", s.name}});
   state["screens"] = std::move(screens);
   state["settings"]["optionTapReady"] = services_.capabilities.altTap.ready;
+  state["settings"]["update"] =
+      services_.updates ? services_.updates->status() : Json{{"state", "off"}};
   if (options_.trace) state["trace"] = true;
   // The page re-renders on every state: an unchanged one is not sent again.
   if (state != lastState_) {
@@ -582,6 +649,7 @@ void PanelController::push() {
     send_("state", std::move(state));
   }
   refresh();
+  if (services_.pushed) services_.pushed();
 }
 
 void PanelController::setCapabilities(const Capabilities& capabilities) {

@@ -18,7 +18,9 @@
 
 #include "app/capabilities.h"
 #include "app/panel_geometry.h"
+#include "app/panel_menu.h"
 #include "app/panel_ports.h"
+#include "app/panel_updates.h"
 #include "core/defaults.h"
 #include "core/hub.h"
 #include "core/loop.h"
@@ -42,6 +44,9 @@ struct PanelServices {
   std::function<Json()> usage;  // today's usage for the page ({"today", "models"})
   // What works in this session at start; later changes go through `setCapabilities`.
   Capabilities capabilities = Capabilities::none(false);
+  Updater* updates = nullptr;  // the update checks; none in a build without a feed
+  // Runs after every push of the state (desktop notifications follow the requests).
+  std::function<void()> pushed;
 };
 
 class PanelController {
@@ -88,6 +93,12 @@ class PanelController {
   void openSettings();
   void showTour();
   void showMenu();
+  // The application menu as it stands now, and what choosing one of its actions does.
+  std::vector<MenuItem> menu() const;
+  void menuChosen(const std::string& action);
+  // The user cannot see the panel: its screen shows a full-screen window (and it is not
+  // open), or the pointer is on another screen.
+  bool outOfSight() const;
   void push();
   // A facility started or stopped working: the page's settings say so at once.
   void setCapabilities(const Capabilities& capabilities);

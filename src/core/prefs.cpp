@@ -54,7 +54,7 @@ std::optional<HotKey::Combo> parseCombo(const Json& value) {
 }
 
 constexpr std::array kIntegerKeys{"hideAfter", "replyWindow"};
-constexpr std::array kBoolKeys{"autoOpen", "autoUpdate", "optionTap", "glass"};
+constexpr std::array kBoolKeys{"autoOpen", "autoUpdate", "optionTap", "glass", "notifyAnswers"};
 
 }  // namespace
 
@@ -75,6 +75,9 @@ bool optionTap(const Defaults& d) {
 }
 bool glass(const Defaults& d) {
   return d.boolean("glass", false);
+}
+bool notifyAnswers(const Defaults& d) {
+  return d.boolean("notifyAnswers", false);
 }
 std::string shape(const Defaults& d) {
   return oneOf(d, "shape", {"auto", "notch", "pill"});
@@ -169,6 +172,7 @@ Json json(const Defaults& d) {
       {"optionTap", optionTap(d)},
       {"optionTapReady", false},
       {"glass", glass(d)},
+      {"notifyAnswers", notifyAnswers(d)},
       {"theme", theme(d)},
       {"replyHold", replyHold(d)},
       {"screen", screen(d)},

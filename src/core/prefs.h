@@ -21,6 +21,8 @@ bool autoOpen(const Defaults& d);    // default false
 bool autoUpdate(const Defaults& d);  // default true
 bool optionTap(const Defaults& d);   // default true
 bool glass(const Defaults& d);       // default false
+// Desktop notifications with the answers for requests the user cannot see. Default false.
+bool notifyAnswers(const Defaults& d);
 // "auto", "notch" or "pill"; anything else reads as "auto".
 std::string shape(const Defaults& d);
 // "auto", "light" or "dark"; anything else reads as "auto".

@@ -116,8 +116,11 @@ export const DEFAULT_SETTINGS: Settings = {
   shape: 'auto', replyWindow: 15, hideAfter: 120, autoOpen: false, openAtLogin: false,
   autoUpdate: true, optionTap: true, optionTapReady: false, glass: false, theme: 'auto', screen: 'auto',
   hooksInstalled: false, cursorInstalled: false, cursorAvailable: false, version: '',
-  openKey: null, talkKey: null, integrations: [],
+  openKey: null, talkKey: null, integrations: [], notifyAnswers: false,
+  update: { state: 'off', version: '', link: '', error: '' },
 };
+
+const UPDATE_STATES = ['off', 'idle', 'waiting', 'checking', 'current', 'newer', 'failed'] as const;
 
 export function settings(v: unknown): Settings {
   const r = obj(v);
@@ -149,6 +152,11 @@ export function settings(v: unknown): Settings {
         installed: bool(o.installed),
       };
     }),
+    notifyAnswers: bool(r.notifyAnswers),
+    update: (() => {
+      const u = obj(r.update);
+      return { state: oneOf(u.state, UPDATE_STATES, 'off'), version: str(u.version), link: str(u.link), error: str(u.error) };
+    })(),
   };
 }
 

@@ -82,6 +82,15 @@ export interface Settings {
   openKey: unknown;
   talkKey: unknown;
   integrations: Integration[];
+  notifyAnswers: boolean;
+  update: UpdateStatus;
+}
+
+export interface UpdateStatus {
+  state: 'off' | 'idle' | 'waiting' | 'checking' | 'current' | 'newer' | 'failed';
+  version: string;
+  link: string;
+  error: string;
 }
 
 export interface Geo {

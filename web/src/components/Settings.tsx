@@ -101,6 +101,21 @@ export function UsageView({ usage }: { usage: Usage | null }) {
   );
 }
 
+const UPDATE_WORDS: Record<string, string> = {
+  off: 'Update checks are off in this build; your package manager brings new versions.',
+  waiting: 'Checking for updates once no request waits…',
+  checking: 'Checking for updates…',
+  current: 'Vantler is up to date.',
+};
+
+function UpdateLine({ update }: { update: Settings['update'] }) {
+  if (update.state === 'newer')
+    return <p class="setting-note">Vantler {update.version} is available.{update.link && <> <a href={update.link}>See the release</a></>}</p>;
+  if (update.state === 'failed') return <p class="setting-note">Could not check for updates: {update.error}</p>;
+  const words = UPDATE_WORDS[update.state];
+  return words ? <p class="setting-note">{words}</p> : null;
+}
+
 /** One line saying why a facility does nothing in this session. */
 function Unavailable({ what }: { what: Capability }) {
   return !what.ready && what.reason ? <p class="setting-note is-unavailable">{what.reason}</p> : null;
@@ -140,6 +155,8 @@ export function SettingsView({ st, geo, caps, screens, usage, onBack }: {
         options={[[30, '30m'], [120, '2h'], [480, '8h'], [0, 'Never']]} onChange={(v) => set('hideAfter', v)} />
       <Switch label="Open at login" checked={st.openAtLogin} onChange={(v) => set('openAtLogin', v)} />
       <Switch label="Update automatically" checked={st.autoUpdate} onChange={(v) => set('autoUpdate', v)} />
+      <Switch label="Notify me when the panel is out of sight" checked={st.notifyAnswers}
+        onChange={(v) => set('notifyAnswers', v)} note="Answer requests from a desktop notification" />
 
       <h3 class="group">Keyboard</h3>
       <HotKeyField label="Open the panel" name="openKey" value={st.openKey} fallback={DEFAULT_OPEN_KEY} />
@@ -166,6 +183,7 @@ export function SettingsView({ st, geo, caps, screens, usage, onBack }: {
         {geo.away && <button type="button" class="btn" onClick={() => post({ type: 'resetPosition' })}>Back to the top</button>}
         <button type="button" class="btn btn-deny" onClick={() => post({ type: 'quit' })}>Quit</button>
       </div>
+      <UpdateLine update={st.update} />
     </div>
   );
 }
