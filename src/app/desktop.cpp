@@ -12,6 +12,7 @@
 
 #include "app/instance.h"
 #include "app/linux_desktop.h"
+#include "app/linux_keys.h"
 #include "app/linux_onboarding.h"
 #include "app/linux_panel_window.h"
 #include "app/linux_session.h"
@@ -41,6 +42,7 @@ struct App {
   std::unique_ptr<WebStage> stage;
   std::unique_ptr<LinuxPanelWindow> window;
   std::unique_ptr<LinuxDesktop> desktop;
+  std::shared_ptr<LinuxKeys> keys;
   std::unique_ptr<PanelController> panel;
   std::unique_ptr<Onboarding> onboarding;
   guint signals[2] = {0, 0};
@@ -91,11 +93,15 @@ void App::start() {
   menu.quit = [this] { g_application_quit(G_APPLICATION(gtk)); };
   stage->load();
   lines.push_back(stage->source());
+  keys = std::make_shared<LinuxKeys>(loop, services->defaults(), kind == LinuxSession::Kind::X11);
+  keys->start();
+  for (auto& line : keys->mechanisms()) lines.push_back(line);
   desktop = std::make_unique<LinuxDesktop>(gtk, std::move(menu), lines);
   for (const auto& line : lines) std::fprintf(stderr, "vantler: %s\n", line.c_str());
 
   PanelServices panelServices;
   panelServices.usage = [this] { return usage->snapshot(); };
+  panelServices.hotKeys = keys;
   panel = std::make_unique<PanelController>(
       loop, services->hub(), services->defaults(), *window, *desktop,
       [this](const std::string& name, Json payload) { stage->send(name, std::move(payload)); },
@@ -104,6 +110,7 @@ void App::start() {
   desktop->onThemeChanged = events.themeChanged;
   window->setEvents(std::move(events));
   stage->onMessage = [this](const Json& message) { panel->handle(message); };
+  keys->changed = [this] { panel->push(); };
 
   if (services->defaults().boolean("onboarded") && !envSet("VANTLER_DEBUG_TOUR")) {
     showPanel(false);
@@ -128,6 +135,7 @@ void App::stop() {
   if (services) services->stop();
   onboarding.reset();
   panel.reset();
+  keys.reset();
   desktop.reset();
   window.reset();
   stage.reset();

@@ -195,6 +195,8 @@ void PanelController::handle(const Json& command) {
          if (auto error =
                  Prefs::set(c.defaults_, JsonField::str(m, "key"), value ? *value : Json()))
            g_warning("Vantler setting: %s", error->c_str());
+         if (JsonField::str(m, "key") == "openKey" || JsonField::str(m, "key") == "talkKey")
+           c.services_.hotKeys->reload();
          c.push();
        }},
       {"copyDiagnostics", [](PanelController& c, const Json&,

@@ -1,0 +1,100 @@
+#!/usr/bin/env python3
+"""Hot keys, the Alt tap and the delivery of dictated text on X11 (Xvfb, openbox, xcompmgr),
+driven with xdotool against the real `vantler`.
+Usage: keys_test.py BUILD_DIR [case ...]"""
+import json
+import os
+import sys
+import time
+
+sys.dont_write_bytecode = True  # keep the source tree clean
+from harness import check, main, opened, top_pill, wait_for
+from x11_test import X11, start_app
+
+# Holds Ctrl+Alt+R on the root window, as another program's global shortcut would.
+GRAB_CTRL_ALT_R = r'''
+import ctypes, time
+x = ctypes.CDLL('libX11.so.6')
+x.XOpenDisplay.restype = ctypes.c_void_p
+x.XDefaultRootWindow.argtypes = [ctypes.c_void_p]
+x.XDefaultRootWindow.restype = ctypes.c_ulong
+x.XStringToKeysym.restype = ctypes.c_ulong
+x.XKeysymToKeycode.argtypes = [ctypes.c_void_p, ctypes.c_ulong]
+x.XGrabKey.argtypes = [ctypes.c_void_p, ctypes.c_int, ctypes.c_uint, ctypes.c_ulong,
+                       ctypes.c_int, ctypes.c_int, ctypes.c_int]
+x.XSync.argtypes = [ctypes.c_void_p, ctypes.c_int]
+d = x.XOpenDisplay(None)
+x.XGrabKey(d, x.XKeysymToKeycode(d, x.XStringToKeysym(b'r')), 4 | 8,
+           x.XDefaultRootWindow(d), 1, 1, 1)
+x.XSync(d, 0)
+print('grabbed', flush=True)
+time.sleep(600)
+'''
+
+
+def log(env, name='keys.log'):
+    try:
+        with open(os.path.join(env['HOME'], '.vantler', name)) as f:
+            return f.read()
+    except FileNotFoundError:
+        return ''
+
+
+def settings(s, env):
+    code, out = s.command(env, 'state')
+    check(code == 0, 'vantler state: ' + out)
+    return json.loads(out)['settings']
+
+
+def hot_keys_and_alt_tap(s):
+    env = s.home({'onboarded': True})
+    env['VANTLER_TRACE'] = '1'  # the panel's decisions in hover.log
+    app = s.vantler(env)
+    s.wait_drawn(top_pill, 20, 'the pill')
+    wait_for(lambda: 'start: optionTap=true trusted=true' in log(env), 5,
+             'the Alt tap started, ready')
+    st = settings(s, env)
+    check(st['optionTapReady'] and st['openKey']['problem'] == '' and
+          st['talkKey']['label'] == 'Ctrl+Alt+Space', f'settings: {st}')
+    s.xdotool('key', 'ctrl+alt+r')
+    s.wait_drawn(opened, 5, 'the panel opened by Ctrl+Alt+R', 'keys-open-hot-key')
+    s.xdotool('key', 'ctrl+alt+r')  # the same key again leaves keyboard mode
+    s.wait_drawn(top_pill, 5, 'the panel closed by Ctrl+Alt+R again')
+    # XTest delivers each Alt release twice; the second must not count as a second tap.
+    s.xdotool('key', 'Alt_L', 'sleep', 0.1, 'key', 'Alt_L')
+    s.wait_drawn(opened, 5, 'the panel opened by a double tap of Alt')
+    check(log(env).count('alt double tap: open') == 1, 'keys.log: ' + log(env))
+    s.xdotool('key', 'ctrl+alt+r')
+    s.wait_drawn(top_pill, 5, 'the panel closed')
+    # Alt with a letter is a modifier, not a tap.
+    s.xdotool('key', 'alt+x', 'sleep', 0.1, 'key', 'Alt_L')
+    time.sleep(0.5)
+    check(top_pill(s.drawn()[0]), 'Alt+X then Alt opened the panel')
+    # The talk key and a held Alt both start dictation: with no speech engine set up, the
+    # page shows why (keys-talk.png).
+    s.xdotool('key', 'ctrl+alt+space')
+    s.wait_drawn(opened, 5, 'the panel opened by the talk key', 'keys-talk')
+    wait_for(lambda: log(env, 'hover.log').count('talk error: Speech recognition') == 1, 5,
+             'dictation started by the talk key')
+    s.xdotool('keydown', 'Alt_L', 'sleep', 0.6, 'keyup', 'Alt_L')
+    wait_for(lambda: log(env, 'hover.log').count('talk error: Speech recognition') == 2, 5,
+             'dictation started by holding Alt')
+    check('alt held: talk' in log(env), 'keys.log: ' + log(env))
+    check(app.running(), 'vantler exited')
+
+
+def taken_combination_reported(s):
+    grab = s.start(['/usr/bin/python3', '-c', GRAB_CTRL_ALT_R])
+    wait_for(lambda: 'grabbed' in grab.output(), 10, 'the other program grabbing Ctrl+Alt+R')
+    env, _ = start_app(s)
+    s.wait_drawn(top_pill, 20, 'the pill')
+    st = settings(s, env)
+    check('taken by another program' in st['openKey']['problem'] and
+          st['talkKey']['problem'] == '', f'settings: {st}')
+    # The other combination is registered all the same.
+    s.xdotool('key', 'ctrl+alt+space')
+    s.wait_drawn(opened, 5, 'the talk key still registered')
+
+
+if __name__ == '__main__':
+    main(X11, [hot_keys_and_alt_tap, taken_combination_reported], ('Xvfb', 'xdotool'))
