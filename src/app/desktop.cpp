@@ -15,6 +15,7 @@
 #include "app/linux_keys.h"
 #include "app/linux_onboarding.h"
 #include "app/linux_panel_window.h"
+#include "app/linux_paste.h"
 #include "app/linux_session.h"
 #include "app/panel_controller.h"
 #include "app/panel_geometry.h"
@@ -43,6 +44,7 @@ struct App {
   std::unique_ptr<LinuxPanelWindow> window;
   std::unique_ptr<LinuxDesktop> desktop;
   std::shared_ptr<LinuxKeys> keys;
+  std::shared_ptr<LinuxDelivery> delivery;
   std::unique_ptr<PanelController> panel;
   std::unique_ptr<Onboarding> onboarding;
   guint signals[2] = {0, 0};
@@ -96,12 +98,17 @@ void App::start() {
   keys = std::make_shared<LinuxKeys>(loop, services->defaults(), kind == LinuxSession::Kind::X11);
   keys->start();
   for (auto& line : keys->mechanisms()) lines.push_back(line);
+  delivery = std::make_shared<LinuxDelivery>(loop, kind == LinuxSession::Kind::X11);
+  lines.push_back(delivery->mechanism());
   desktop = std::make_unique<LinuxDesktop>(gtk, std::move(menu), lines);
   for (const auto& line : lines) std::fprintf(stderr, "vantler: %s\n", line.c_str());
 
   PanelServices panelServices;
   panelServices.usage = [this] { return usage->snapshot(); };
   panelServices.hotKeys = keys;
+  if (const char* text = std::getenv("VANTLER_DEBUG_DICTATION"); text && *text)
+    panelServices.voice = std::make_shared<ScriptedVoice>(text);
+  panelServices.delivery = std::shared_ptr<Delivery>(delivery, &delivery->delivery());
   panel = std::make_unique<PanelController>(
       loop, services->hub(), services->defaults(), *window, *desktop,
       [this](const std::string& name, Json payload) { stage->send(name, std::move(payload)); },
@@ -136,6 +143,7 @@ void App::stop() {
   onboarding.reset();
   panel.reset();
   keys.reset();
+  delivery.reset();
   desktop.reset();
   window.reset();
   stage.reset();

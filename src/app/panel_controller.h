@@ -21,6 +21,7 @@
 #include "core/defaults.h"
 #include "core/hub.h"
 #include "core/loop.h"
+#include "voice/delivery.h"
 
 // Switches read from the environment once, at start.
 struct PanelOptions {
@@ -38,7 +39,8 @@ struct PanelOptions {
 struct PanelServices {
   std::shared_ptr<Voice> voice;
   std::shared_ptr<HotKeys> hotKeys;
-  std::function<Json()> usage;  // today's usage for the page ({"today", "models"})
+  std::function<Json()> usage;         // today's usage for the page ({"today", "models"})
+  std::shared_ptr<Delivery> delivery;  // none: dictated text goes to the clipboard
 };
 
 class PanelController {
@@ -123,6 +125,10 @@ class PanelController {
   void talkUpdate(const std::string& text, bool final, double level);
   void talkError(const std::string& message);
   void sendTalk(const std::string& state, const std::string& text);
+  // Final dictated text that no reply window takes: pasted where the user types, otherwise
+  // left on the clipboard with a notice.
+  void deliver(const std::string& text);
+  void showCopied(const std::string& text);
   Json geo() const;
   void trace(const std::string& message) const;
   // Runs `task` later unless the controller is gone by then.

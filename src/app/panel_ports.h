@@ -130,6 +130,25 @@ class NoVoice final : public Voice {
   bool listening() const override { return false; }
 };
 
+// Hears the same text every time (VANTLER_DEBUG_DICTATION), for scripted runs of the
+// delivery of dictated text: listening until stopped, then the text as the final result.
+class ScriptedVoice final : public Voice {
+ public:
+  explicit ScriptedVoice(std::string text) : text_(std::move(text)) {}
+  void start() override { listening_ = true; }
+  void stop() override {
+    if (!listening_) return;
+    listening_ = false;
+    if (onUpdate) onUpdate(text_, true, 0);
+  }
+  void cancel() override { listening_ = false; }
+  bool listening() const override { return listening_; }
+
+ private:
+  std::string text_;
+  bool listening_ = false;
+};
+
 // The global hot keys and the Alt-tap gesture. The defaults do nothing.
 class HotKeys {
  public:

@@ -83,6 +83,81 @@ def hot_keys_and_alt_tap(s):
     check(app.running(), 'vantler exited')
 
 
+# A window with one text field that prints what it holds after every change.
+ENTRY_WINDOW = r'''
+import gi
+gi.require_version('Gtk', '3.0')
+from gi.repository import Gtk
+w = Gtk.Window(title='entry')
+e = Gtk.Entry()
+e.connect('changed', lambda e: print('text ' + e.get_text(), flush=True))
+w.add(e)
+w.set_default_size(400, 40)
+w.connect('destroy', Gtk.main_quit)
+w.show_all()
+w.present()
+print('ready', flush=True)
+Gtk.main()
+'''
+SAID = 'hello from Vantler'
+
+
+def clipboard(s, text=None):
+    if text is None:
+        return s.x(['xclip', '-o', '-selection', 'clipboard'])
+    s.start(['xclip', '-i', '-selection', 'clipboard'], stdin=text.encode())
+
+
+def dictate(s, env):
+    """`vantler talk` twice: the scripted voice hears SAID, delivered when it stops."""
+    check(s.command(env, 'talk')[0] == 0, 'vantler talk')
+    s.wait_drawn(opened, 5, 'the panel opened for dictation')
+    check(s.command(env, 'talk')[0] == 0, 'vantler talk (stop)')
+
+
+def paste_into_entry_and_terminal(s):
+    env = s.home({'onboarded': True})
+    env['VANTLER_DEBUG_DICTATION'] = SAID
+    s.vantler(env)
+    s.wait_drawn(top_pill, 20, 'the pill')
+    clipboard(s, 'old clip')
+    wait_for(lambda: clipboard(s) == 'old clip', 5, 'the clipboard set by xclip')
+    entry = s.start(['/usr/bin/python3', '-c', ENTRY_WINDOW])
+    wait_for(lambda: 'ready' in entry.output(), 10, 'the entry window')
+    s.xdotool('search', '--sync', '--name', '^entry$', 'windowactivate', '--sync')
+    time.sleep(0.5)  # the field's focus event reaches Vantler
+    dictate(s, env)
+    wait_for(lambda: 'text ' + SAID in entry.output(), 5, 'the text pasted into the GTK entry')
+    wait_for(lambda: clipboard(s) == 'old clip', 2, 'the old clipboard contents back')
+
+    # A terminal gets Ctrl+Shift+V, which xterm is told to paste the clipboard with, as the
+    # terminals people use do.
+    out = os.path.join(s.tmp, 'typed')
+    s.start(['xterm', '-title', 'term', '-xrm',
+             'XTerm*VT100.translations: #override Ctrl Shift <Key>V: insert-selection(CLIPBOARD)',
+             '-e', 'sh', '-c', f'IFS= read -r line; printf %s "$line" > {out}'])
+    s.xdotool('search', '--sync', '--name', '^term$', 'windowactivate', '--sync')
+    dictate(s, env)
+    time.sleep(0.5)
+    s.xdotool('key', 'Return')  # the focus went back to xterm
+    wait_for(lambda: os.path.exists(out) and open(out).read() == SAID, 5,
+             'the text pasted into xterm')
+    wait_for(lambda: clipboard(s) == 'old clip', 2, 'the old clipboard contents back')
+
+
+def no_field_leaves_the_text_on_the_clipboard(s):
+    env = s.home({'onboarded': True})
+    env['VANTLER_DEBUG_DICTATION'] = SAID
+    s.vantler(env)
+    s.wait_drawn(top_pill, 20, 'the pill')
+    clipboard(s, 'old clip')
+    dictate(s, env)
+    wait_for(lambda: clipboard(s) == SAID, 5, 'the dictated text on the clipboard')
+    s.wait_drawn(opened, 2, 'the panel showing that it was copied', 'keys-copied')
+    time.sleep(1)
+    check(clipboard(s) == SAID, 'the dictated text left the clipboard')
+
+
 def taken_combination_reported(s):
     grab = s.start(['/usr/bin/python3', '-c', GRAB_CTRL_ALT_R])
     wait_for(lambda: 'grabbed' in grab.output(), 10, 'the other program grabbing Ctrl+Alt+R')
@@ -97,4 +172,5 @@ def taken_combination_reported(s):
 
 
 if __name__ == '__main__':
-    main(X11, [hot_keys_and_alt_tap, taken_combination_reported], ('Xvfb', 'xdotool'))
+    main(X11, [hot_keys_and_alt_tap, taken_combination_reported, paste_into_entry_and_terminal,
+              no_field_leaves_the_text_on_the_clipboard], ('Xvfb', 'xdotool', 'xclip', 'xterm'))
