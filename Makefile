@@ -40,6 +40,7 @@ test-desktop: build
 	@scripts/deps.sh test
 	@/usr/bin/python3 tests/desktop/x11_test.py $(BUILD)
 	@/usr/bin/python3 tests/desktop/sway_test.py $(BUILD)
+	@/usr/bin/python3 tests/desktop/keys_test.py $(BUILD)
 
 test-native:
 	@scripts/deps.sh test
@@ -80,6 +81,7 @@ bench:
 	@for b in $(BENCH_BUILD)/bench_*; do echo "== $$(basename $$b)"; $$b || exit 1; done
 	@if command -v Xvfb >/dev/null && command -v openbox >/dev/null && command -v xcompmgr >/dev/null; then \
 	  echo "== desktop app"; /usr/bin/python3 bench/desktop_bench.py $(BENCH_BUILD); \
+	  echo "== hot keys"; /usr/bin/python3 bench/keys_bench.py $(BENCH_BUILD); \
 	else echo "== desktop app: skipped (needs Xvfb, openbox and xcompmgr: scripts/deps.sh test)"; fi
 	@if [ -x scripts/test-web.sh ]; then scripts/test-web.sh bench; fi
 

@@ -188,10 +188,25 @@ void LinuxKeys::publish() {
   if (changed) changed();
 }
 
+bool LinuxKeys::tapReady() const {
+  return status_->tapReady;
+}
+
+std::string LinuxKeys::tapWhy() const {
+  return status_->tapWhy;
+}
+
+std::string LinuxKeys::keysWhy() const {
+  const std::string* problems = status_->problem;
+  if (problems[0] == problems[1]) return problems[0];
+  return problems[0].empty()   ? problems[1]
+         : problems[1].empty() ? problems[0]
+                               : problems[0] + " " + problems[1];
+}
+
 std::vector<std::string> LinuxKeys::mechanisms() const {
   std::string keys = x11_ ? "hot keys: keybinder" : "hot keys: none (the desktop's own bindings)";
-  for (int i = 0; i < 2; ++i)
-    if (!status_->problem[i].empty()) keys += "; " + status_->problem[i];
+  if (!keysWhy().empty()) keys += "; " + keysWhy();
   return {keys, status_->tapReady ? "alt tap: XInput2 raw key events"
                                   : "alt tap: off (" + status_->tapWhy + ")"};
 }

@@ -35,6 +35,11 @@ class LinuxKeys final : public HotKeys {
 
   // What changed in the settings object (a combination refused, the tap started or stopped).
   std::function<void()> changed;
+  // Whether the Alt tap works in this session, and why not; why a hot key does not work (empty
+  // when both do).
+  bool tapReady() const;
+  std::string tapWhy() const;
+  std::string keysWhy() const;
   // "hot keys: …" and "alt tap: …" lines for the start-up log and the diagnostics.
   std::vector<std::string> mechanisms() const;
 
