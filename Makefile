@@ -41,6 +41,7 @@ test-desktop: build
 	@/usr/bin/python3 tests/desktop/x11_test.py $(BUILD)
 	@/usr/bin/python3 tests/desktop/sway_test.py $(BUILD)
 	@/usr/bin/python3 tests/desktop/keys_test.py $(BUILD)
+	@/usr/bin/python3 tests/desktop/portal_test.py $(BUILD)
 
 test-native:
 	@scripts/deps.sh test

@@ -7,6 +7,7 @@
 #include <array>
 #include <utility>
 
+#include "app/linux_portal_keys.h"
 #include "app/linux_x11_input.h"
 #include "core/files.h"
 #include "core/prefs.h"
@@ -73,6 +74,13 @@ LinuxKeys::~LinuxKeys() {
 }
 
 void LinuxKeys::start() {
+  if (!x11_) {
+    portal_ = std::make_unique<PortalShortcuts>(
+        [this](const std::string& id) {
+          fire(id == "open" ? HotKey::Action::open : HotKey::Action::talk);
+        },
+        [this](bool ok, const std::string& why) { portalBound(ok, why); });
+  }
   if (x11_) {
     keybinder_init();
     alt_ = std::make_unique<X11Input::AltWatch>(tap_);
@@ -116,6 +124,7 @@ std::string LinuxKeys::accelerator(HotKey::Combo combo) {
 }
 
 void LinuxKeys::pause() {
+  if (portal_) portal_->close();
   for (auto& binding : bindings_) {
     if (binding && x11_) keybinder_unbind_all(binding->accelerator.c_str());
     binding.reset();
@@ -126,6 +135,16 @@ void LinuxKeys::reload() {
   pause();
   bind(HotKey::Action::open);
   bind(HotKey::Action::talk);
+  if (portal_) {
+    std::vector<PortalShortcuts::Shortcut> shortcuts;
+    for (auto action : {HotKey::Action::open, HotKey::Action::talk}) {
+      bool open = action == HotKey::Action::open;
+      shortcuts.push_back({open ? "open" : "talk",
+                           open ? "Open the Vantler panel" : "Dictate to Vantler",
+                           trigger(Prefs::comboOrDefault(defaults_, action))});
+    }
+    portal_->bind(std::move(shortcuts));
+  }
   publish();
 }
 
@@ -134,9 +153,7 @@ void LinuxKeys::bind(HotKey::Action action) {
   HotKey::Combo combo = Prefs::comboOrDefault(defaults_, action);
   std::string& problem = status_->problem[index];
   if (!x11_) {
-    problem = "This desktop lets no program grab keys: bind `vantler " +
-              std::string(action == HotKey::Action::open ? "toggle" : "talk") + "` to " +
-              HotKey::label(combo) + " in its keyboard settings.";
+    problem = portal_ ? "Waiting for the desktop to accept the shortcut." : noGrab(action, combo);
     return;
   }
   auto binding = std::make_unique<Binding>(Binding{this, action, accelerator(combo)});
@@ -155,6 +172,30 @@ void LinuxKeys::bind(HotKey::Action action) {
   }
   problem.clear();
   bindings_[index] = std::move(binding);
+}
+
+std::string LinuxKeys::noGrab(HotKey::Action action, HotKey::Combo combo) {
+  return "This desktop lets no program grab keys: bind `vantler " +
+         std::string(action == HotKey::Action::open ? "toggle" : "talk") + "` to " +
+         HotKey::label(combo) + " in its keyboard settings.";
+}
+
+std::string LinuxKeys::trigger(HotKey::Combo combo) {
+  std::string out;
+  for (auto [bit, name] :
+       {std::pair{HotKey::kControl, "CTRL+"}, std::pair{HotKey::kOption, "ALT+"},
+        std::pair{HotKey::kShift, "SHIFT+"}, std::pair{HotKey::kCommand, "LOGO+"}})
+    if (combo.mods & bit) out += name;
+  return out + keysym(combo.code);
+}
+
+void LinuxKeys::portalBound(bool ok, const std::string& why) {
+  tap_.log(ok ? "portal shortcuts bound" : "portal shortcuts refused: " + why);
+  for (auto action : {HotKey::Action::open, HotKey::Action::talk}) {
+    status_->problem[static_cast<int>(action)] =
+        ok ? "" : why + " " + noGrab(action, Prefs::comboOrDefault(defaults_, action));
+  }
+  publish();
 }
 
 void LinuxKeys::fire(HotKey::Action action) {
@@ -205,7 +246,7 @@ std::string LinuxKeys::keysWhy() const {
 }
 
 std::vector<std::string> LinuxKeys::mechanisms() const {
-  std::string keys = x11_ ? "hot keys: keybinder" : "hot keys: none (the desktop's own bindings)";
+  std::string keys = x11_ ? "hot keys: keybinder" : "hot keys: desktop portal GlobalShortcuts";
   if (!keysWhy().empty()) keys += "; " + keysWhy();
   return {keys, status_->tapReady ? "alt tap: XInput2 raw key events"
                                   : "alt tap: off (" + status_->tapWhy + ")"};

@@ -1,8 +1,10 @@
 #pragma once
 // The global hot keys and the Alt tap on the desktop. On X11 the two combinations are grabbed
 // with keybinder and the Alt key is watched through XInput2 raw key events, which see a lone
-// modifier without grabbing it. Wayland lets no program do either: there the desktop's own key
+// modifier without grabbing it. On Wayland the combinations go through the desktop portal's
+// global shortcuts where the desktop offers them; where it does not, the desktop's own key
 // bindings reach the app through `vantler toggle` and `vantler talk`, and the settings say so.
+// No Wayland desktop lets a program see a lone Alt key.
 //
 // What works is reported into the settings object the page shows: "optionTapReady" with
 // "optionTapWhy" when it is false, and a "problem" under "openKey"/"talkKey" when a combination
@@ -12,6 +14,7 @@
 #include <memory>
 #include <string>
 
+#include "app/linux_portal_keys.h"
 #include "app/linux_x11_input.h"
 #include "app/panel_ports.h"
 #include "core/defaults.h"
@@ -47,6 +50,8 @@ class LinuxKeys final : public HotKeys {
   static std::string keysym(uint32_t code);
   // The keybinder accelerator of a combination ("<Control><Alt>r").
   static std::string accelerator(HotKey::Combo combo);
+  // The same in the desktop portal's shortcut format ("CTRL+ALT+r").
+  static std::string trigger(HotKey::Combo combo);
 
  private:
   struct KeyStatus;
@@ -54,6 +59,8 @@ class LinuxKeys final : public HotKeys {
   void bind(HotKey::Action action);
   void fire(HotKey::Action action);
   void publish();
+  void portalBound(bool ok, const std::string& why);
+  static std::string noGrab(HotKey::Action action, HotKey::Combo combo);
 
   Loop& loop_;
   Defaults& defaults_;
@@ -62,5 +69,6 @@ class LinuxKeys final : public HotKeys {
   std::shared_ptr<KeyStatus> status_;
   std::unique_ptr<Binding> bindings_[2];
   std::unique_ptr<X11Input::AltWatch> alt_;
+  std::unique_ptr<PortalShortcuts> portal_;
   std::shared_ptr<LinuxKeys*> self_;
 };
