@@ -95,7 +95,10 @@ void App::start() {
   menu.quit = [this] { g_application_quit(G_APPLICATION(gtk)); };
   stage->load();
   lines.push_back(stage->source());
-  keys = std::make_shared<LinuxKeys>(loop, services->defaults(), kind == LinuxSession::Kind::X11);
+  // Through XWayland (GNOME) keys reach X clients only while an X window has the focus: the
+  // hot keys go through the portal there, as on any Wayland desktop.
+  const bool xServer = kind == LinuxSession::Kind::X11 && !envSet("WAYLAND_DISPLAY");
+  keys = std::make_shared<LinuxKeys>(loop, services->defaults(), xServer);
   keys->start();
   for (auto& line : keys->mechanisms()) lines.push_back(line);
   delivery = std::make_shared<LinuxDelivery>(loop, kind == LinuxSession::Kind::X11);
