@@ -115,13 +115,19 @@ def dictate(s, env):
     check(s.command(env, 'talk')[0] == 0, 'vantler talk (stop)')
 
 
-def paste_into_entry_and_terminal(s):
+def dictating_app(s):
+    """Vantler hearing SAID at every dictation, with "old clip" on the clipboard."""
     env = s.home({'onboarded': True})
     env['VANTLER_DEBUG_DICTATION'] = SAID
     s.vantler(env)
     s.wait_drawn(top_pill, 20, 'the pill')
     clipboard(s, 'old clip')
     wait_for(lambda: clipboard(s) == 'old clip', 5, 'the clipboard set by xclip')
+    return env
+
+
+def paste_into_entry_and_terminal(s):
+    env = dictating_app(s)
     entry = s.start(['/usr/bin/python3', '-c', ENTRY_WINDOW])
     wait_for(lambda: 'ready' in entry.output(), 10, 'the entry window')
     s.xdotool('search', '--sync', '--name', '^entry$', 'windowactivate', '--sync')
@@ -146,11 +152,7 @@ def paste_into_entry_and_terminal(s):
 
 
 def no_field_leaves_the_text_on_the_clipboard(s):
-    env = s.home({'onboarded': True})
-    env['VANTLER_DEBUG_DICTATION'] = SAID
-    s.vantler(env)
-    s.wait_drawn(top_pill, 20, 'the pill')
-    clipboard(s, 'old clip')
+    env = dictating_app(s)
     dictate(s, env)
     wait_for(lambda: clipboard(s) == SAID, 5, 'the dictated text on the clipboard')
     s.wait_drawn(opened, 2, 'the panel showing that it was copied', 'keys-copied')
