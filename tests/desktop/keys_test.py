@@ -163,14 +163,17 @@ def no_field_leaves_the_text_on_the_clipboard(s):
 def taken_combination_reported(s):
     grab = s.start(['/usr/bin/python3', '-c', GRAB_CTRL_ALT_R])
     wait_for(lambda: 'grabbed' in grab.output(), 10, 'the other program grabbing Ctrl+Alt+R')
-    env, _ = start_app(s)
-    s.wait_drawn(top_pill, 20, 'the pill')
+    env = s.home({'onboarded': True})
+    env['VANTLER_DEBUG_OPEN'] = 'settings'
+    s.vantler(env)
+    s.wait_drawn(opened, 20, 'the settings open')
     st = settings(s, env)
     check('taken by another program' in st['openKey']['problem'] and
           st['talkKey']['problem'] == '', f'settings: {st}')
+    s.drawn('keys-taken-settings')
     # The other combination is registered all the same.
     s.xdotool('key', 'ctrl+alt+space')
-    s.wait_drawn(opened, 5, 'the talk key still registered')
+    wait_for(lambda: 'hot key: talk' in log(env), 5, 'the talk key pressed')
 
 
 if __name__ == '__main__':
