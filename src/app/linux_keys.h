@@ -35,6 +35,7 @@ class LinuxKeys final : public HotKeys {
   void pause() override;
   void reload() override;
   void restartTap() override;
+  void log(const std::string& message) override { tap_.log(message); }
 
   // What changed in the settings object (a combination refused, the tap started or stopped).
   std::function<void()> changed;

@@ -452,6 +452,7 @@ void PanelController::showCopied(const std::string& text) {
 
 void PanelController::talkError(const std::string& message) {
   trace("talk error: " + message);
+  services_.hotKeys->log("talk error: " + message);
   g_message("Vantler talk error: %s", message.c_str());
   holds_.erase("talking");
   sendTalk("error", message);

@@ -158,6 +158,8 @@ class HotKeys {
   virtual void reload() {}
   // Restarts the Alt-tap gesture after its setting changed.
   virtual void restartTap() {}
+  // Appends a line to the keys log (~/.vantler/keys.log).
+  virtual void log(const std::string&) {}
 
   // Set by the panel.
   std::function<void()> onOpen;       // the open key, or an Alt double-tap

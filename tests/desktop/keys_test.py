@@ -79,7 +79,8 @@ def hot_keys_and_alt_tap(s):
     s.xdotool('keydown', 'Alt_L', 'sleep', 0.6, 'keyup', 'Alt_L')
     wait_for(lambda: log(env, 'hover.log').count('talk error: Speech recognition') == 2, 5,
              'dictation started by holding Alt')
-    check('alt held: talk' in log(env), 'keys.log: ' + log(env))
+    check('alt held: talk' in log(env) and log(env).count('talk error: ') == 2,
+          'keys.log: ' + log(env))
     check(app.running(), 'vantler exited')
 
 
