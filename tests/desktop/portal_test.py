@@ -6,6 +6,7 @@ portal's Activated signal opens the panel. Without the portal the settings say w
 Usage: portal_test.py BUILD_DIR [case ...]"""
 import json
 import os
+import subprocess
 import sys
 
 sys.dont_write_bytecode = True  # keep the source tree clean
@@ -98,5 +99,19 @@ def shortcuts_through_the_portal(s):
     s.wait_drawn(opened, 5, 'the panel opened by the portal shortcut', 'portal-open')
 
 
+def dictation_left_on_the_clipboard(s):
+    """No program can type into another here: the text stays on the Wayland clipboard."""
+    env = s.home({'onboarded': True})
+    env['VANTLER_DEBUG_DICTATION'] = 'hello from Vantler'
+    s.vantler(env)
+    s.wait_drawn(top_pill, 20, 'the pill')
+    for _ in range(2):
+        check(s.command(env, 'talk')[0] == 0, 'vantler talk')
+    paste = lambda: subprocess.run(s.wrap(['wl-paste', '-n'], s.env), capture_output=True,
+                                   text=True, timeout=10).stdout
+    wait_for(lambda: paste() == 'hello from Vantler', 5, 'the text on the clipboard')
+
+
 if __name__ == '__main__':
-    main(Sway, [shortcuts_through_the_portal], ('sway', 'grim', 'wayvnc'))
+    main(Sway, [shortcuts_through_the_portal, dictation_left_on_the_clipboard],
+         ('sway', 'grim', 'wayvnc'))
