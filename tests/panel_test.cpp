@@ -426,10 +426,10 @@ struct FakeTyping final : Delivery::Clipboard, Delivery::Desktop {
   void setText(const std::string& text) override { clipboard = text; }
   void restore() override { clipboard = saved; }
   Delivery::Target focus() override { return target; }
-  bool typePaste(Delivery::Target t) override {
+  void typePaste(Delivery::Target t, const std::string&, std::function<void(bool)> done) override {
     if (canType)
       typed.push_back((t == Delivery::Target::terminal ? "terminal:" : "field:") + clipboard);
-    return canType;
+    done(canType);
   }
 };
 

@@ -101,7 +101,8 @@ void App::start() {
   keys = std::make_shared<LinuxKeys>(loop, services->defaults(), xServer);
   keys->start();
   for (auto& line : keys->mechanisms()) lines.push_back(line);
-  delivery = std::make_shared<LinuxDelivery>(loop, kind == LinuxSession::Kind::X11);
+  delivery = std::make_shared<LinuxDelivery>(loop, kind == LinuxSession::Kind::X11,
+                                             kind == LinuxSession::Kind::LayerShell);
   lines.push_back(delivery->mechanism());
   desktop = std::make_unique<LinuxDesktop>(gtk, std::move(menu), lines);
   for (const auto& line : lines) std::fprintf(stderr, "vantler: %s\n", line.c_str());

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "app/linux_x11_input.h"
+#include "integrations/linux_subprocesses.h"
 
 namespace {
 
@@ -157,7 +158,10 @@ class LinuxDelivery::Clipboard final : public Delivery::Clipboard {
 // window's class also tells a terminal (xterm has no accessibility at all).
 class LinuxDelivery::Focus final : public Delivery::Desktop {
  public:
-  explicit Focus(bool x11) : x11_(x11) {
+  Focus(Loop& loop, bool x11, bool wlroots)
+      : x11_(x11),
+        wtype_(wlroots ? g_find_program_in_path("wtype") : nullptr, g_free),
+        runner_(loop) {
     if (atspi_init() > 1) return;
     atspi_set_timeout(300, 1000);  // the calls made for one focus event
     listener_ = atspi_event_listener_new(onEvent, this, nullptr);
@@ -189,12 +193,22 @@ class LinuxDelivery::Focus final : public Delivery::Desktop {
     return pid == self || it == fields_.end() ? Delivery::Target::none : it->second;
   }
 
-  bool typePaste(Delivery::Target target) override {
-    return x11_ && X11Input::typePaste(target == Delivery::Target::terminal);
+  void typePaste(Delivery::Target target, const std::string& text,
+                 std::function<void(bool)> done) override {
+    if (x11_) return done(X11Input::typePaste(target == Delivery::Target::terminal));
+    if (!wtype_) return done(false);
+    // wlroots compositors take typing through the virtual-keyboard protocol; a Ctrl+V typed
+    // that way does not paste, so the text itself is typed.
+    Subprocesses::Options options;
+    options.deadline = 5;
+    if (!runner_.run({wtype_.get(), "--", text}, options,
+                     [done](const Subprocesses::Result& r) { done(r.exited0); }))
+      done(false);
   }
 
   bool accessibility() const { return accessibility_; }
   bool x11() const { return x11_; }
+  bool wtype() const { return wtype_ != nullptr; }
 
  private:
   // An application keeps its focused field while its window is in the background, so the
@@ -232,21 +246,24 @@ class LinuxDelivery::Focus final : public Delivery::Desktop {
   }
 
   bool x11_;
+  std::unique_ptr<char, void (*)(void*)> wtype_;  // its path, on wlroots compositors
+  Subprocesses runner_;
   bool accessibility_ = false;
   AtspiEventListener* listener_ = nullptr;
   std::map<int, Delivery::Target> fields_;  // process id: its focused field
   int last_ = 0;                            // the process of the latest focus event
 };
 
-LinuxDelivery::LinuxDelivery(Loop& loop, bool x11)
+LinuxDelivery::LinuxDelivery(Loop& loop, bool x11, bool wlroots)
     : clipboard_(std::make_unique<Clipboard>()),
-      focus_(std::make_unique<Focus>(x11)),
+      focus_(std::make_unique<Focus>(loop, x11, wlroots)),
       delivery_(std::make_unique<Delivery>(loop, *clipboard_, *focus_)) {}
 
 LinuxDelivery::~LinuxDelivery() = default;
 
 std::string LinuxDelivery::mechanism() const {
   std::string focus = focus_->accessibility() ? "focused field through AT-SPI" : "no AT-SPI";
-  return focus_->x11() ? "paste: XTest Ctrl+V, " + focus
-                       : "paste: none, dictated text is left on the clipboard; " + focus;
+  if (focus_->x11()) return "paste: XTest Ctrl+V, " + focus;
+  if (focus_->wtype()) return "paste: typed with wtype (virtual keyboard), " + focus;
+  return "paste: none, dictated text is left on the clipboard; " + focus;
 }

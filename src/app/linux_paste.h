@@ -1,8 +1,8 @@
 #pragma once
 // Delivery of dictated text on the desktop: the GTK clipboard saved with every format and put
 // back, the focused text field followed through AT-SPI focus events, and the paste keystroke
-// typed with XTest on X11. Wayland offers no keystroke to a program like this one yet, so there
-// the text is left on the clipboard.
+// typed with XTest on X11; on wlroots compositors the text itself is typed with `wtype` (the
+// virtual-keyboard protocol). Elsewhere on Wayland the text is left on the clipboard.
 
 #include <memory>
 #include <string>
@@ -12,7 +12,8 @@
 
 class LinuxDelivery {
  public:
-  LinuxDelivery(Loop& loop, bool x11);
+  // `wlroots`: a Wayland compositor with layer-shell, where `wtype` can type (when installed).
+  LinuxDelivery(Loop& loop, bool x11, bool wlroots);
   ~LinuxDelivery();
   LinuxDelivery(const LinuxDelivery&) = delete;
   LinuxDelivery& operator=(const LinuxDelivery&) = delete;

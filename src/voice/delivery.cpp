@@ -22,21 +22,29 @@ void Delivery::paste(const std::string& text, std::function<void(bool pasted)> d
     if (!self) return;
     Delivery& d = **self;
     d.clipboard_.setText(text);
+    d.ours_ = true;
     if (d.restore_) d.loop_.cancel(*d.restore_);
     d.restore_.reset();
-    if (!d.desktop_.typePaste(d.desktop_.focus())) {
-      done(false);  // the text stays on the clipboard
-      return;
-    }
-    d.restore_ = d.loop_.after(kRestoreAfter, [weak] {
+    d.desktop_.typePaste(d.desktop_.focus(), text, [weak, done](bool typed) {
       auto self = weak.lock();
       if (!self) return;
-      (*self)->restore_.reset();
-      (*self)->clipboard_.restore();
+      Delivery& d = **self;
+      if (!typed) {
+        d.ours_ = false;  // the text stays on the clipboard, now the user's
+        done(false);
+        return;
+      }
+      d.restore_ = d.loop_.after(kRestoreAfter, [weak] {
+        auto self = weak.lock();
+        if (!self) return;
+        (*self)->restore_.reset();
+        (*self)->ours_ = false;
+        (*self)->clipboard_.restore();
+      });
+      done(true);
     });
-    done(true);
   };
-  if (restore_)
+  if (ours_)
     typeIt();
   else
     clipboard_.save(std::move(typeIt));

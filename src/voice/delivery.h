@@ -33,9 +33,11 @@ class Delivery {
    public:
     virtual ~Desktop() = default;
     virtual Target focus() = 0;
-    // Types the paste keystroke (Ctrl+V, or Ctrl+Shift+V in a terminal). False when this
-    // desktop lets no program type into another.
-    virtual bool typePaste(Target target) = 0;
+    // Types the paste keystroke (Ctrl+V, or Ctrl+Shift+V in a terminal), or, where a
+    // keystroke cannot reach the clipboard, the text itself; `done(false)` when this desktop
+    // lets no program type into another. `done` may come later, on the loop.
+    virtual void typePaste(Target target, const std::string& text,
+                           std::function<void(bool typed)> done) = 0;
   };
 
   Delivery(Loop& loop, Clipboard& clipboard, Desktop& desktop);
@@ -56,8 +58,9 @@ class Delivery {
   Loop& loop_;
   Clipboard& clipboard_;
   Desktop& desktop_;
-  // While a restore is pending the clipboard holds dictated text, not the user's: a second
-  // paste keeps the first copy and restores it later.
+  // From the paste until the restore the clipboard holds dictated text, not the user's: a
+  // second paste then keeps the first copy and restores it later.
+  bool ours_ = false;
   std::optional<Loop::TaskId> restore_;
   std::shared_ptr<Delivery*> self_;
 };

@@ -1,13 +1,15 @@
 #!/usr/bin/env python3
-"""Global shortcuts through the desktop portal, on headless sway (a Wayland compositor where
-no program can grab keys) with a small stand-in for org.freedesktop.portal.GlobalShortcuts on
-the private session bus: the real `vantler` binds its two combinations there, and the
-portal's Activated signal opens the panel. Without the portal the settings say why.
+"""Keys and dictated text on headless sway (a Wayland compositor where no program can grab
+keys): with a small stand-in for org.freedesktop.portal.GlobalShortcuts on the private session
+bus the real `vantler` binds its two combinations there and the portal's Activated signal opens
+the panel; without the portal the settings say why. Dictated text is typed into a focused GTK
+entry with wtype, or left on the clipboard when nothing is focused.
 Usage: portal_test.py BUILD_DIR [case ...]"""
 import json
 import os
 import subprocess
 import sys
+import time
 
 sys.dont_write_bytecode = True  # keep the source tree clean
 from harness import check, main, opened, top_pill, wait_for
@@ -112,6 +114,21 @@ def dictation_left_on_the_clipboard(s):
     wait_for(lambda: paste() == 'hello from Vantler', 5, 'the text on the clipboard')
 
 
+def dictation_typed_with_wtype(s):
+    """On wlroots the text is typed through the virtual-keyboard protocol (wtype)."""
+    from keys_test import ENTRY_WINDOW, SAID
+    env = s.home({'onboarded': True})
+    env['VANTLER_DEBUG_DICTATION'] = SAID
+    del env['NO_AT_BRIDGE']
+    s.vantler(env)
+    s.wait_drawn(top_pill, 20, 'the pill')
+    entry = s.start(['/usr/bin/python3', '-c', ENTRY_WINDOW], env)
+    wait_for(lambda: 'ready' in entry.output(), 10, 'the entry window')
+    time.sleep(1)
+    for _ in range(2):
+        check(s.command(env, 'talk')[0] == 0, 'vantler talk')
+    wait_for(lambda: 'text ' + SAID in entry.output(), 5, 'the text typed into the entry')
+
 if __name__ == '__main__':
-    main(Sway, [shortcuts_through_the_portal, dictation_left_on_the_clipboard],
-         ('sway', 'grim', 'wayvnc'))
+    main(Sway, [shortcuts_through_the_portal, dictation_left_on_the_clipboard,
+                dictation_typed_with_wtype], ('sway', 'grim', 'wayvnc', 'wtype', 'wl-paste'))
