@@ -412,6 +412,32 @@ TEST_F(PanelTest, TalkWithoutSpeechRecognitionShowsTheError) {
   EXPECT_TRUE(hub.isOpen());
 }
 
+TEST_F(PanelTest, HotKeysPauseWhileRecordingAndReloadOnEveryChange) {
+  struct Keys final : HotKeys {
+    std::string calls;
+    void pause() override { calls += "pause "; }
+    void reload() override { calls += "reload "; }
+    void restartTap() override { calls += "tap "; }
+  };
+  auto keys = std::make_shared<Keys>();
+  panel = std::make_unique<PanelController>(
+      loop, hub, defaults, window, desktop, [](const std::string&, Json) {},
+      PanelServices{voice, keys, nullptr, nullptr});
+  panel->show(false);
+  panel->handle({{"type", "recordingKey"}, {"on", true}});
+  HotKey::Combo combo{HotKey::code("KeyK").value(), HotKey::kControl | HotKey::kShift};
+  panel->handle({{"type", "setting"}, {"key", "openKey"}, {"value", combo.packed()}});
+  panel->handle({{"type", "recordingKey"}, {"on", false}});
+  panel->handle({{"type", "setting"}, {"key", "hideAfter"}, {"value", 30}});
+  panel->handle({{"type", "optionTapChanged"}});
+  EXPECT_EQ(keys->calls, "pause reload reload tap ");
+  EXPECT_EQ(Prefs::comboOrDefault(defaults, HotKey::Action::open), combo);
+  // Pressed keys reach the panel through the port.
+  keys->onOpen();
+  EXPECT_TRUE(hub.isOpen());
+  EXPECT_TRUE(panel->holds().count("keys"));
+}
+
 // The clipboard and the focus as the delivery of dictated text sees them.
 struct FakeTyping final : Delivery::Clipboard, Delivery::Desktop {
   std::string clipboard = "the user's clip";
