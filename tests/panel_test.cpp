@@ -94,8 +94,16 @@ class PanelTest : public ::testing::Test {
     panel = std::make_unique<PanelController>(
         loop, hub, defaults, window, desktop,
         [this](const std::string& name, Json payload) { sent.emplace_back(name, payload); },
-        PanelServices{voice, nullptr, nullptr, nullptr}, options);
+        services(), options);
     panel->show(arriving);
+  }
+  PanelServices services(std::shared_ptr<HotKeys> keys = nullptr,
+                         std::shared_ptr<Delivery> delivery = nullptr) {
+    PanelServices out;
+    out.voice = voice;
+    out.hotKeys = std::move(keys);
+    out.delivery = std::move(delivery);
+    return out;
   }
   void pointAt(double x, double y) { window.at = Point{x, y}; }
   std::vector<Json> messages(const std::string& name) const {
@@ -421,8 +429,7 @@ TEST_F(PanelTest, HotKeysPauseWhileRecordingAndReloadOnEveryChange) {
   };
   auto keys = std::make_shared<Keys>();
   panel = std::make_unique<PanelController>(
-      loop, hub, defaults, window, desktop, [](const std::string&, Json) {},
-      PanelServices{voice, keys, nullptr, nullptr});
+      loop, hub, defaults, window, desktop, [](const std::string&, Json) {}, services(keys));
   panel->show(false);
   panel->handle({{"type", "recordingKey"}, {"on", true}});
   HotKey::Combo combo{HotKey::code("KeyK").value(), HotKey::kControl | HotKey::kShift};
@@ -465,7 +472,7 @@ TEST_F(PanelTest, FinalDictationGoesToAReplyWindowTheFocusedFieldOrTheClipboard)
   panel = std::make_unique<PanelController>(
       loop, hub, defaults, window, desktop,
       [this](const std::string& name, Json payload) { sent.emplace_back(name, payload); },
-      PanelServices{voice, nullptr, nullptr, delivery});
+      services(nullptr, delivery));
   panel->show(false);
   auto say = [&](const std::string& text) {
     panel->toggleTalk();
