@@ -181,8 +181,8 @@ struct FakeNoticeServer final : NoticeServer {
   bool hasActions() const override { return actions; }
   void show(const std::string& key, const Notice& n) override { open[key] = n; }
   void withdraw(const std::string& key) override {
-    open.erase(key);
     withdrawn.push_back(key);
+    open.erase(key);
   }
 };
 
@@ -220,7 +220,7 @@ TEST_F(NoticesTest, AnActionAnswersTheRequestItWasSentFor) {
   auto& replies = request("claude:a", permission("Always allow rm in build"));
   notices->update();
   ASSERT_EQ(server.open.size(), 1u);
-  const auto& [key, notice] = *server.open.begin();
+  auto [key, notice] = *server.open.begin();
   EXPECT_EQ(labels(notice),
             (std::vector<std::string>{"Allow", "Deny", "Always allow", "Open Vantler"}));
   EXPECT_EQ(notice.body, "Wants to run\nrm -rf build");

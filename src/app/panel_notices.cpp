@@ -70,7 +70,7 @@ NoticeServer::Notice AnswerNotices::noticeFor(const Session& s) const {
   return n;
 }
 
-void AnswerNotices::chosen(const std::string& key, const std::string& action) {
+void AnswerNotices::chosen(std::string key, const std::string& action) {
   auto it = shown_.find(key);
   if (it == shown_.end()) return;
   Shown target = it->second;

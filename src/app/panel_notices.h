@@ -55,7 +55,8 @@ class AnswerNotices {
     std::string session;
     std::string request;
   };
-  void chosen(const std::string& key, const std::string& action);
+  // `key` is a copy: the server may pass a reference into what withdrawing changes.
+  void chosen(std::string key, const std::string& action);
   NoticeServer::Notice noticeFor(const Session& session) const;
 
   Hub& hub_;

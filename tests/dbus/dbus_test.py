@@ -238,6 +238,19 @@ def notifications(s):
     wait_for(lambda: any(c['id'] == note['id'] for c in calls(server, 'CloseNotification')), 5,
              'the notification withdrawn')
 
+    # A server without buttons: the notification only opens the panel.
+    server.stop()
+    server = fake(s, 'notifications', '--no-actions')
+    env, app = start_app(s, {'notifyAnswers': True})
+    wait_for(lambda: 'hooks: listening' in app.output('.err'), 20, 'the app')
+    hook = s.hook(env, fixture('claude_permission.json'))
+    note = wait_for(lambda: calls(server, 'Notify'), 10, 'a notification without buttons')[0]
+    check(note['actions'] == ['default', 'Open Vantler'], f'actions {note["actions"]}')
+    dbus_call('org.freedesktop.Notifications', '/org/freedesktop/Notifications',
+              'dev.vantler.Test', 'Invoke', GLib.Variant('(us)', (note['id'], 'default')))
+    wait_for(lambda: json.loads(s.command(env, 'state')[1]).get('open'), 5, 'the panel opened')
+    check(hook.running(), 'the request was answered by opening the panel')
+
 
 if __name__ == '__main__':
     main(X11, [tray_menu, icon_follows_the_panel_colour, no_tray, update_checks, notifications], ('Xvfb', 'dbus-daemon'))

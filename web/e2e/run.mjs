@@ -344,12 +344,18 @@ test('settings: every preference posts "setting" with its key and value', async 
   assert.equal(await p.getByRole('switch', { name: 'Glass' }).isDisabled(), true, 'no glass on this desktop');
   await p.getByRole('switch', { name: 'Alt gestures' }).click();
   await p.waitPosted('optionTapChanged');
+  await expect(() => p.getByRole('switch', { name: 'Notify me when the panel is out of sight' }).click(), 'notifyAnswers', true);
   for (const [name, type] of [['Copy diagnostics', 'copyDiagnostics'], ['Check for updates', 'checkUpdates'], ['Quit', 'quit']]) {
     await btn(p, name).click();
     await p.waitPosted(type);
   }
   assert.ok((await p.locator('.settings').textContent()).includes('Vantler 0.4.0'));
   assert.ok((await p.locator('.usage').textContent()).includes('$4.87'));
+  // A newer version found by the update check, with the link to its release.
+  await p.push(snap({ open: true, settings: { update: { state: 'newer', version: '9.9.9', link: 'https://example.org/9.9.9' } } }));
+  const release = p.getByRole('link', { name: 'See the release' });
+  assert.equal(await release.getAttribute('href'), 'https://example.org/9.9.9');
+  assert.ok((await p.locator('.settings').textContent()).includes('Vantler 9.9.9 is available.'));
 });
 
 test('settings: a hot key is recorded from the keyboard', async (ctx) => {
