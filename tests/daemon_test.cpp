@@ -625,7 +625,9 @@ TEST_F(DaemonTest, JumpRaisesThroughTheDesktopsOwnCommands) {
                 {"XDG_RUNTIME_DIR", home.path()}};
     for (auto& [k, v] : desktop) extraEnv[k] = v;
     start();
-    RawClient(socket()).send(event.dump() + "\n");
+    RawClient client(socket());
+    client.send(event.dump() + "\n");
+    client.readToClose();  // the daemon has read the event
     for (int i = 0; i < 300 && !session("claude:j").is_object(); ++i)
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
     EXPECT_EQ(cli({"jump", "claude:j"}), 0);

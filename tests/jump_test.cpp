@@ -248,7 +248,7 @@ TEST_F(JumpLoop, WezTermAndEditorsAreAskedThroughTheirCommandLines) {
   // Its environment is read once it runs `sleep`, no longer a copy of the test's.
   std::error_code ec;
   const std::string exe = "/proc/" + std::to_string(agent.pid()) + "/exe";
-  for (int i = 0; i < 500 && std::filesystem::read_symlink(exe, ec).filename() != "sleep"; ++i)
+  for (int i = 0; i < 2500 && std::filesystem::read_symlink(exe, ec).filename() != "sleep"; ++i)
     g_usleep(2000);
   Session wezterm, editor;
   wezterm.id = "gemini:wez";
