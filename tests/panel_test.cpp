@@ -385,6 +385,17 @@ TEST_F(PanelTest, CommandsFromThePage) {
   ASSERT_EQ(sent.size(), 1u);
   EXPECT_EQ(sent[0].second["settings"]["autoOpen"], true);
 
+  // A facility that starts working reaches the settings at once; the Alt gesture's readiness
+  // is also the setting's own "optionTapReady".
+  EXPECT_EQ(sent[0].second["capabilities"]["altTap"]["reason"],
+            Capabilities::none(false).altTap.reason);
+  Capabilities working = panel->capabilities();
+  working.altTap.ready = true;
+  panel->setCapabilities(working);
+  EXPECT_EQ(sent.back().second["capabilities"]["altTap"], (Json{{"ready", true}, {"reason", ""}}));
+  EXPECT_EQ(sent.back().second["settings"]["optionTapReady"], true);
+  sent.clear();
+
   panel->handle({{"type", "menu"}});
   EXPECT_TRUE(panel->holds().count("menu"));
   desktop.menuClosed();

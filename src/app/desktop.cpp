@@ -96,6 +96,7 @@ void App::start() {
 
   PanelServices panelServices;
   panelServices.usage = [this] { return usage->snapshot(); };
+  panelServices.capabilities = Capabilities::none(kind != LinuxSession::Kind::X11);
   panel = std::make_unique<PanelController>(
       loop, services->hub(), services->defaults(), *window, *desktop,
       [this](const std::string& name, Json payload) { stage->send(name, std::move(payload)); },

@@ -537,6 +537,8 @@ Json PanelController::geo() const {
 void PanelController::push() {
   Json state = hub_.snapshot();
   state["geo"] = geo();
+  state["capabilities"] = services_.capabilities.json();
+  state["settings"]["optionTapReady"] = services_.capabilities.altTap.ready;
   if (options_.trace) state["trace"] = true;
   // The page re-renders on every state: an unchanged one is not sent again.
   if (state != lastState_) {
@@ -544,6 +546,12 @@ void PanelController::push() {
     send_("state", std::move(state));
   }
   refresh();
+}
+
+void PanelController::setCapabilities(const Capabilities& capabilities) {
+  if (capabilities == services_.capabilities) return;
+  services_.capabilities = capabilities;
+  push();
 }
 
 void PanelController::trace(const std::string& message) const {

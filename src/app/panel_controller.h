@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "app/capabilities.h"
 #include "app/panel_geometry.h"
 #include "app/panel_ports.h"
 #include "core/defaults.h"
@@ -39,6 +40,8 @@ struct PanelServices {
   std::shared_ptr<Voice> voice;
   std::shared_ptr<HotKeys> hotKeys;
   std::function<Json()> usage;  // today's usage for the page ({"today", "models"})
+  // What works in this session at start; later changes go through `setCapabilities`.
+  Capabilities capabilities = Capabilities::none(false);
 };
 
 class PanelController {
@@ -86,6 +89,9 @@ class PanelController {
   void showTour();
   void showMenu();
   void push();
+  // A facility started or stopped working: the page's settings say so at once.
+  void setCapabilities(const Capabilities& capabilities);
+  const Capabilities& capabilities() const { return services_.capabilities; }
   // A command from the page.
   void handle(const Json& command);
   // The text "copyDiagnostics" puts on the clipboard.

@@ -29,6 +29,12 @@ export function demoGeo(over: Json = {}): Json {
   };
 }
 
+/** Every facility working, as on a desktop where everything was set up. */
+export function demoCapabilities(): Json {
+  const ready = { ready: true, reason: '' };
+  return { voice: ready, hotKeys: ready, altTap: ready, tray: ready };
+}
+
 const MIN = 60_000;
 
 /** Four sessions covering the moods; `with` adds a request to the first one. */
@@ -164,7 +170,7 @@ export function demoSnapshot(now: number, opts: {
   const selected = opts.selected !== undefined ? opts.selected : queue[0] ?? null;
   return {
     type: 'state', open: opts.open ?? false, sessions, selected, focus: 'claude:7f3a', queue,
-    canUndo: opts.canUndo ?? false, settings: demoSettings(opts.settings), now, geo: demoGeo(opts.geo),
+    canUndo: opts.canUndo ?? false, settings: demoSettings(opts.settings), now, geo: demoGeo(opts.geo), capabilities: demoCapabilities(),
   };
 }
 
@@ -185,7 +191,7 @@ export function manySessions(n: number, now: number): Json {
   const queue = sessions.filter((s) => s.pending).map((s) => s.id as string);
   return {
     type: 'state', open: true, sessions, selected: sessions[0].id, focus: sessions[0].id, queue,
-    canUndo: false, settings: demoSettings(), now, geo: demoGeo(),
+    canUndo: false, settings: demoSettings(), now, geo: demoGeo(), capabilities: demoCapabilities(),
   };
 }
 

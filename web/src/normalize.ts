@@ -1,7 +1,7 @@
 // Incoming messages are loosely typed JSON: a missing or mistyped key reads as
 // its default. These readers turn a raw "state" message into a `Snapshot`.
 import type {
-  Choice, Geo, Integration, Mood, Pending, PermissionPending, Pose, PullRequest, Question, Session, Settings,
+  Capabilities, Capability, Choice, Geo, Integration, Mood, Pending, PermissionPending, Pose, PullRequest, Question, Session, Settings,
   Snapshot, Stats, Tally, ToolLine, Usage, Talk, TalkState,
 } from './types';
 
@@ -171,6 +171,17 @@ export function geo(v: unknown): Geo {
   };
 }
 
+// A facility the native side does not mention is not offered, with nothing to explain.
+function capability(v: unknown): Capability {
+  const r = obj(v);
+  return { ready: bool(r.ready), reason: str(r.reason) };
+}
+
+export function capabilities(v: unknown): Capabilities {
+  const r = obj(v);
+  return { voice: capability(r.voice), hotKeys: capability(r.hotKeys), altTap: capability(r.altTap), tray: capability(r.tray) };
+}
+
 const GEO_KEYS = ['notchWidth', 'strip', 'shape', 'stageWidth', 'stageHeight', 'anchor', 'theme'];
 
 export function normalizeSnapshot(v: unknown): Snapshot {
@@ -194,6 +205,7 @@ export function normalizeSnapshot(v: unknown): Snapshot {
     settings: settings(r.settings),
     now: num(r.now, Date.now()),
     geo: geo(g),
+    capabilities: capabilities(r.capabilities),
     trace: bool(r.trace),
   };
   if (flashId) snap.flash = flashId;

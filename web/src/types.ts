@@ -98,6 +98,10 @@ export interface Geo {
   theme: 'light' | 'dark' | '';
 }
 
+/** Whether a desktop facility works in this session; `reason` says why not, in one line. */
+export interface Capability { ready: boolean; reason: string }
+export interface Capabilities { voice: Capability; hotKeys: Capability; altTap: Capability; tray: Capability }
+
 export interface Snapshot {
   open: boolean;
   sessions: Session[];
@@ -110,6 +114,7 @@ export interface Snapshot {
   flash?: string;
   prNews?: { id: string; kind: string };
   geo: Geo;
+  capabilities: Capabilities;
   trace: boolean;
 }
 

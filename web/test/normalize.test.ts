@@ -13,6 +13,7 @@ describe('normalizeSnapshot', () => {
     expect(s.settings.hideAfter).toBe(120);
     expect(s.settings.replyWindow).toBe(15);
     expect(s.geo).toMatchObject({ shape: 'pill', anchor: 'top', stageWidth: 720, stageHeight: 640, strip: 32 });
+    expect(s.capabilities.tray).toEqual({ ready: false, reason: '' });
   });
 
   it('keeps every field of the demo sessions and each request kind', () => {

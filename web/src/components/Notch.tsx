@@ -360,7 +360,7 @@ export function Notch({ state, dispatch }: { state: UiState; dispatch: (a: Actio
           {state.tour !== null ? (
             <Tour step={state.tour} dispatch={dispatch} />
           ) : state.view === 'settings' ? (
-            <SettingsView st={snap.settings} geo={geo} usage={state.usage} onBack={() => dispatch({ type: 'closeSettings' })} />
+            <SettingsView st={snap.settings} geo={geo} caps={snap.capabilities} usage={state.usage} onBack={() => dispatch({ type: 'closeSettings' })} />
           ) : (
             <>
               <QueueBar snap={snap} shown={shown} onPick={pick} />

@@ -5,7 +5,7 @@ import { post } from '../bridge';
 import {
   DEFAULT_OPEN_KEY, DEFAULT_TALK_KEY, comboFromKey, comboLabel, comboText, formatCost, formatTokens, packCombo,
 } from '../logic';
-import type { Geo, Settings, Usage } from '../types';
+import type { Capabilities, Capability, Geo, Settings, Usage } from '../types';
 import { Icon, Segmented, Switch } from './ui';
 
 export const set = (key: string, value: unknown) => post({ type: 'setting', key, value });
@@ -101,7 +101,14 @@ export function UsageView({ usage }: { usage: Usage | null }) {
   );
 }
 
-export function SettingsView({ st, geo, usage, onBack }: { st: Settings; geo: Geo; usage: Usage | null; onBack: () => void }) {
+/** One line saying why a facility does nothing in this session. */
+function Unavailable({ what }: { what: Capability }) {
+  return !what.ready && what.reason ? <p class="setting-note is-unavailable">{what.reason}</p> : null;
+}
+
+export function SettingsView({ st, geo, caps, usage, onBack }: {
+  st: Settings; geo: Geo; caps: Capabilities; usage: Usage | null; onBack: () => void;
+}) {
   const [copied, setCopied] = useState(false);
   return (
     <div class="settings" role="region" aria-label="Settings">
@@ -128,9 +135,11 @@ export function SettingsView({ st, geo, usage, onBack }: { st: Settings; geo: Ge
       <h3 class="group">Keyboard</h3>
       <HotKeyField label="Open the panel" name="openKey" value={st.openKey} fallback={DEFAULT_OPEN_KEY} />
       <HotKeyField label="Dictate" name="talkKey" value={st.talkKey} fallback={DEFAULT_TALK_KEY} />
+      <Unavailable what={caps.hotKeys} />
+      <Unavailable what={caps.voice} />
       <Switch label="Alt gestures" checked={st.optionTap}
         onChange={(v) => { set('optionTap', v); post({ type: 'optionTapChanged' }); }}
-        note={st.optionTap && !st.optionTapReady ? 'Not available in this session' : 'Double-tap Alt to open, hold it to dictate'} />
+        note={caps.altTap.ready ? 'Double-tap Alt to open, hold it to dictate' : caps.altTap.reason || 'Not available in this session'} />
 
       <h3 class="group">Agents</h3>
       <Agents st={st} />
@@ -139,6 +148,7 @@ export function SettingsView({ st, geo, usage, onBack }: { st: Settings; geo: Ge
       <UsageView usage={usage} />
 
       <h3 class="group">Vantler {st.version}</h3>
+      <Unavailable what={caps.tray} />
       <div class="about">
         <button type="button" class="btn" onClick={() => { post({ type: 'copyDiagnostics' }); setCopied(true); }}>
           {copied ? 'Copied' : 'Copy diagnostics'}
