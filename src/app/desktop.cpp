@@ -15,6 +15,7 @@
 #include "app/linux_onboarding.h"
 #include "app/linux_panel_window.h"
 #include "app/linux_session.h"
+#include "app/linux_voice.h"
 #include "app/panel_controller.h"
 #include "app/panel_geometry.h"
 #include "app/services.h"
@@ -41,6 +42,7 @@ struct App {
   std::unique_ptr<WebStage> stage;
   std::unique_ptr<LinuxPanelWindow> window;
   std::unique_ptr<LinuxDesktop> desktop;
+  std::shared_ptr<DesktopVoice> voice;
   std::unique_ptr<PanelController> panel;
   std::unique_ptr<Onboarding> onboarding;
   guint signals[2] = {0, 0};
@@ -97,6 +99,9 @@ void App::start() {
   PanelServices panelServices;
   panelServices.usage = [this] { return usage->snapshot(); };
   panelServices.capabilities = Capabilities::none(kind != LinuxSession::Kind::X11);
+  voice = std::make_shared<DesktopVoice>(loop, services->defaults());
+  panelServices.voice = voice;
+  panelServices.capabilities.voice = voice->capability();
   panel = std::make_unique<PanelController>(
       loop, services->hub(), services->defaults(), *window, *desktop,
       [this](const std::string& name, Json payload) { stage->send(name, std::move(payload)); },
@@ -105,6 +110,11 @@ void App::start() {
   desktop->onThemeChanged = events.themeChanged;
   window->setEvents(std::move(events));
   stage->onMessage = [this](const Json& message) { panel->handle(message); };
+  voice->onCapabilityChanged = [this] {
+    Capabilities c = panel->capabilities();
+    c.voice = voice->capability();
+    panel->setCapabilities(c);
+  };
 
   if (services->defaults().boolean("onboarded") && !envSet("VANTLER_DEBUG_TOUR")) {
     showPanel(false);
@@ -129,6 +139,7 @@ void App::stop() {
   if (services) services->stop();
   onboarding.reset();
   panel.reset();
+  voice.reset();
   desktop.reset();
   window.reset();
   stage.reset();

@@ -117,6 +117,8 @@ export const DEFAULT_SETTINGS: Settings = {
   autoUpdate: true, optionTap: true, optionTapReady: false, glass: false, theme: 'auto',
   hooksInstalled: false, cursorInstalled: false, cursorAvailable: false, version: '',
   openKey: null, talkKey: null, integrations: [],
+  speechServer: '', speechModel: '', speechKeySet: false, speechOffline: false, speechOfflineInstalled: false,
+  punctuationServer: '', punctuationModel: '',
 };
 
 export function settings(v: unknown): Settings {
@@ -148,6 +150,13 @@ export function settings(v: unknown): Settings {
         installed: bool(o.installed),
       };
     }),
+    speechServer: str(r.speechServer),
+    speechModel: str(r.speechModel),
+    speechKeySet: bool(r.speechKeySet),
+    speechOffline: bool(r.speechOffline),
+    speechOfflineInstalled: bool(r.speechOfflineInstalled),
+    punctuationServer: str(r.punctuationServer),
+    punctuationModel: str(r.punctuationModel),
   };
 }
 
