@@ -1,6 +1,7 @@
 // The transcription engine and punctuation against a local fake OpenAI-compatible server, and
 // the API key read back from a real Secret Service (gnome-keyring on a private D-Bus session).
 
+#include <gio/gio.h>
 #include <gtest/gtest.h>
 
 #include "core/fake_loop.h"
@@ -133,6 +134,10 @@ TEST(SecretStore, TheApiKeyIsKeptThereAndSentToTheServer) {
   std::string address = bus.out().substr(0, bus.out().find('\n'));
   ::setenv("DBUS_SESSION_BUS_ADDRESS", address.c_str(), 1);
   env["DBUS_SESSION_BUS_ADDRESS"] = address;
+  // GDBus ends the process when its session bus goes away; this one goes with the test.
+  GDBusConnection* connection = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr);
+  ASSERT_TRUE(connection);
+  g_dbus_connection_set_exit_on_close(connection, FALSE);
   Process keyring(
       {which("gnome-keyring-daemon"), "--foreground", "--unlock", "--components=secrets"}, env,
       "test");
@@ -171,6 +176,7 @@ TEST(SecretStore, TheApiKeyIsKeptThereAndSentToTheServer) {
   ASSERT_TRUE(spinUntil([&] { return key.has_value(); }, 10));
   EXPECT_EQ(*key, "");
   ::unsetenv("DBUS_SESSION_BUS_ADDRESS");
+  g_object_unref(connection);
   std::error_code ec;
   std::filesystem::remove_all(dir, ec);
 }

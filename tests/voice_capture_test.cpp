@@ -42,7 +42,7 @@ struct Heard {
 TEST(VoiceCapture, HearsSpokenWordsAndMeasuresTheirLevel) {
   PulseServer pulse;
   auto speech = PulseServer::speech("run the tests again please");
-  if (!pulse.up() || speech.empty()) GTEST_SKIP() << "pulseaudio or espeak-ng missing";
+  if (!pulse.up() || speech.empty()) GTEST_SKIP() << pulse.why() << " / espeak-ng missing?";
   ASSERT_TRUE(Pocketsphinx::installed(Pocketsphinx::defaultModels()));
 
   GLibLoop loop;
@@ -79,7 +79,7 @@ TEST(VoiceCapture, HearsSpokenWordsAndMeasuresTheirLevel) {
 
 TEST(VoiceCapture, MissingMicrophoneIsReported) {
   PulseServer pulse;
-  if (!pulse.up()) GTEST_SKIP() << "pulseaudio missing";
+  if (!pulse.up()) GTEST_SKIP() << pulse.why();
   GLibLoop loop;
   auto engine = std::make_shared<Pocketsphinx>(
       Pocketsphinx::Options{Pocketsphinx::defaultModels(), kGrammar});

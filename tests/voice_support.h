@@ -88,15 +88,17 @@ class PulseServer {
         std::map<std::string, std::string>{
             {"XDG_RUNTIME_DIR", dir_}, {"HOME", dir_}, {"PULSE_RUNTIME_PATH", dir_}});
     auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    // Up once the socket is there and the source reads its pipe (opening the pipe for
+    // writing fails until then). Held open from the start, so the source never sees it close.
     while (std::chrono::steady_clock::now() < deadline && process_->running()) {
-      if (std::filesystem::exists(socket) && std::filesystem::exists(dir_ + "/mic")) break;
+      if (std::filesystem::exists(socket) &&
+          (pipe_ = ::open((dir_ + "/mic").c_str(), O_WRONLY | O_CLOEXEC | O_NONBLOCK)) >= 0)
+        break;
       ::usleep(10000);
     }
-    if (!std::filesystem::exists(dir_ + "/mic")) return;
+    if (pipe_ < 0) return;
+    ::fcntl(pipe_, F_SETFL, 0);
     ::setenv("PULSE_SERVER", ("unix:" + socket).c_str(), 1);
-    // Held open for writing from the start, so the source never sees the pipe close.
-    pipe_ = ::open((dir_ + "/mic").c_str(), O_WRONLY | O_CLOEXEC | O_NONBLOCK);
-    if (pipe_ >= 0) ::fcntl(pipe_, F_SETFL, 0);
   }
   ~PulseServer() {
     if (pipe_ >= 0) ::close(pipe_);
@@ -106,6 +108,8 @@ class PulseServer {
     if (!dir_.empty()) std::filesystem::remove_all(dir_, ec);
   }
   bool up() const { return pipe_ >= 0; }
+  // Why the server is not up.
+  std::string why() { return process_ ? process_->err() : "pulseaudio is not installed"; }
 
   // Samples at kPipeRate into the capture device.
   void say(const std::vector<int16_t>& samples) {

@@ -29,7 +29,9 @@ DesktopVoice::DesktopVoice(Loop& loop, Defaults& defaults)
     }
     uint64_t generation = generation_;
     std::weak_ptr<DesktopVoice*> weak = self_;
-    Polish::run(text, punctuation_.get(), [weak, generation](std::string polished) {
+    // The model lives until its answer is in, even when the settings replace it meanwhile.
+    std::shared_ptr<ChatServer> model = punctuation_;
+    Polish::run(text, model.get(), [weak, generation, model](std::string polished) {
       auto self = weak.lock();
       if (!self || (*self)->generation_ != generation || !(*self)->onUpdate) return;
       (*self)->onUpdate(polished, true, 0);
@@ -76,19 +78,22 @@ void DesktopVoice::configure() {
   punctuation_.reset();
   if (std::string chat = defaults_.string("punctuationServer"); !chat.empty())
     punctuation_ =
-        std::make_unique<ChatServer>(ModelServer{chat, defaults_.string("punctuationModel"), ""});
+        std::make_shared<ChatServer>(ModelServer{chat, defaults_.string("punctuationModel"), ""});
   if (!server.empty()) {
     engineName_ = "server";
-    // The key is read from the secret store first; the engine is set up once it is known.
+    ModelServer settings{server, defaults_.string("speechModel"), ""};
+    talk_.setEngine(std::make_shared<TranscriptionServer>(loop_, settings));
+    // With the key from the secret store, once it is read.
     std::weak_ptr<DesktopVoice*> weak = self_;
     uint64_t lookup = ++lookups_;
-    SecretStore::lookup(server, [weak, lookup, server](std::string key) {
+    SecretStore::lookup(server, [weak, lookup, settings](std::string key) mutable {
       auto self = weak.lock();
       if (!self || (*self)->lookups_ != lookup) return;
       DesktopVoice& v = **self;
       v.keySet_ = !key.empty();
-      v.talk_.setEngine(std::make_shared<TranscriptionServer>(
-          v.loop_, ModelServer{server, v.defaults_.string("speechModel"), key}));
+      if (key.empty()) return;
+      settings.apiKey = std::move(key);
+      v.talk_.setEngine(std::make_shared<TranscriptionServer>(v.loop_, settings));
     });
   } else if (defaults_.boolean("speechOffline") &&
              Pocketsphinx::installed(Pocketsphinx::defaultModels())) {

@@ -42,7 +42,7 @@ class DesktopVoice final : public Voice {
   Loop& loop_;
   Defaults& defaults_;
   Talk talk_;
-  std::unique_ptr<ChatServer> punctuation_;
+  std::shared_ptr<ChatServer> punctuation_;
   std::string engineName_;  // "" when none is set up
   bool keySet_ = false;
   uint64_t generation_ = 0;  // a dictation's final text is dropped once another starts

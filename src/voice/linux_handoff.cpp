@@ -1,15 +1,5 @@
 #include "voice/linux_handoff.h"
 
-namespace {
-
-struct Delivery {
-  std::shared_ptr<void> state;
-  bool (*open)(void*);
-  Handoff::Task task;
-};
-
-}  // namespace
-
 Handoff::Handoff(GMainContext* context) : state_(std::make_shared<State>()) {
   state_->context = context ? g_main_context_ref(context) : g_main_context_ref_thread_default();
 }
@@ -25,22 +15,21 @@ Handoff::Sender Handoff::sender() const {
   return [state = state_](Task task) {
     std::lock_guard lock(state->mutex);
     if (!state->open) return;
-    auto* delivery = new Delivery{state,
-                                  [](void* s) {
-                                    auto* st = static_cast<State*>(s);
-                                    std::lock_guard lock(st->mutex);
-                                    return st->open;
-                                  },
-                                  std::move(task)};
+    auto* delivery = new Delivery{state, std::move(task)};
     GSource* source = g_idle_source_new();
     g_source_set_priority(source, G_PRIORITY_DEFAULT);
     g_source_set_callback(
         source,
         [](gpointer data) -> gboolean {
           auto* d = static_cast<Delivery*>(data);
+          bool open;
+          {
+            std::lock_guard lock(d->state->mutex);
+            open = d->state->open;
+          }
           // Closed only on the loop's thread, so it cannot close between this check and the
           // task.
-          if (d->open(d->state.get())) d->task();
+          if (open) d->task();
           return G_SOURCE_REMOVE;
         },
         delivery, [](gpointer data) { delete static_cast<Delivery*>(data); });

@@ -30,5 +30,9 @@ class Handoff {
     bool open = true;
     GMainContext* context = nullptr;
   };
+  struct Delivery {
+    std::shared_ptr<State> state;
+    Task task;
+  };
   std::shared_ptr<State> state_;
 };

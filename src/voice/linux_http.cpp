@@ -82,13 +82,16 @@ HttpClient::HttpClient(GMainContext* context)
     : handoff_(context), abort_(std::make_shared<std::atomic<bool>>(false)) {}
 
 HttpClient::~HttpClient() {
+  // A request still running ends at its next progress check; its thread needs nothing from
+  // this client by then, and its answer is dropped with the Handoff.
   abort_->store(true);
-  for (auto& [id, thread] : threads_) thread.join();
+  for (auto& [id, thread] : threads_) thread.detach();
 }
 
 void HttpClient::post(HttpRequest request, Done done) {
   uint64_t id = next_++;
   Handoff::Sender send = handoff_.sender();
+  // The thread itself touches nothing of this client: only the task it sends back does.
   threads_.emplace(id, std::thread([this, id, send, abort = abort_, request = std::move(request),
                                     done = std::move(done)] {
                      HttpResponse response = perform(request, abort);

@@ -39,7 +39,7 @@ class HttpClient {
   static constexpr size_t kMaxBody = 1 << 20;
 
   explicit HttpClient(GMainContext* context = nullptr);
-  // Abandons requests still running; their callbacks never come.
+  // Abandons requests still running without waiting for them; their callbacks never come.
   ~HttpClient();
   HttpClient(const HttpClient&) = delete;
   HttpClient& operator=(const HttpClient&) = delete;
