@@ -70,23 +70,6 @@ TEST(AudioLevel, SilenceIsZeroAndFullScaleIsCapped) {
   EXPECT_NEAR(Audio::level(quiet), 0.6, 1e-3);
 }
 
-TEST(AudioWav, HeaderDescribesSixteenKilohertzMono) {
-  std::vector<int16_t> samples{1, -2, 300};
-  std::string w = Audio::wav(samples);
-  ASSERT_EQ(w.size(), 44u + 6);
-  EXPECT_EQ(w.substr(0, 4), "RIFF");
-  EXPECT_EQ(w.substr(36, 4), "data");
-  auto u32 = [&](size_t at) {
-    uint32_t v = 0;
-    for (int i = 3; i >= 0; --i) v = (v << 8) | static_cast<uint8_t>(w[at + i]);
-    return v;
-  };
-  EXPECT_EQ(u32(24), 16000u);
-  EXPECT_EQ(u32(40), 6u);
-  EXPECT_EQ(static_cast<uint8_t>(w[46]), 0xfe);  // -2, little-endian
-  EXPECT_EQ(static_cast<uint8_t>(w[47]), 0xff);
-}
-
 TEST_F(TalkTest, PartialsThenOneFinalAfterTheDelay) {
   talk.start();
   ASSERT_TRUE(talk.listening() && mic->running);

@@ -11,7 +11,6 @@
 #include <chrono>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
@@ -23,11 +22,10 @@
 namespace VoiceSupport {
 
 inline std::string which(const std::string& name) {
-  for (const char* dir : {"/usr/bin", "/usr/local/bin", "/bin"}) {
-    std::string path = std::string(dir) + "/" + name;
-    if (::access(path.c_str(), X_OK) == 0) return path;
-  }
-  return {};
+  gchar* path = g_find_program_in_path(name.c_str());
+  std::string found = path ? path : "";
+  g_free(path);
+  return found;
 }
 
 // Turns the default main context until `done` holds or `seconds` pass; whether it held.
@@ -131,18 +129,13 @@ class PulseServer {
     for (size_t i = 0; i < out.size(); ++i) out[i] = (i / 25) % 2 ? 32767 : -32767;
     return out;
   }
-  // `text` spoken by espeak-ng, or nothing when it is not installed.
+  // `text` spoken by espeak-ng (a WAV file with a 44-byte header on its output), or nothing
+  // when it is not installed.
   static std::vector<int16_t> speech(const std::string& text) {
     if (which("espeak-ng").empty()) return {};
-    char pattern[] = "/tmp/vantler-speech-XXXXXX.wav";
-    int fd = ::mkstemps(pattern, 4);
-    if (fd < 0) return {};
-    ::close(fd);
-    Process espeak({which("espeak-ng"), "-v", "en-us", "-w", pattern, text}, {});
+    Process espeak({which("espeak-ng"), "-v", "en-us", "--stdout", text}, {});
     espeak.wait(20);
-    std::ifstream in(pattern, std::ios::binary);
-    std::string wav((std::istreambuf_iterator<char>(in)), {});
-    ::unlink(pattern);
+    const std::string& wav = espeak.out();
     if (wav.size() <= 44) return {};
     std::vector<int16_t> out((wav.size() - 44) / 2);
     std::memcpy(out.data(), wav.data() + 44, out.size() * 2);
