@@ -69,7 +69,7 @@ void DesktopVoice::cancel() {
 
 Capability DesktopVoice::capability() const {
   if (!engineName_.empty()) return {true, ""};
-  return {false, "Dictation needs a speech engine: set a transcription server in Voice below."};
+  return {false, "Dictation needs a speech engine: set a speech server below."};
 }
 
 void DesktopVoice::configure() {
