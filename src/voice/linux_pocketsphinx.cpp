@@ -70,6 +70,11 @@ void Pocketsphinx::begin() {
 }
 
 void Pocketsphinx::hear(std::span<const int16_t> samples) {
+  {
+    // A decoder that falls this far behind loses audio rather than memory.
+    std::lock_guard lock(mutex_);
+    if (jobs_.size() >= kMaxQueued) return;
+  }
   push({Job::audio, generation_, {samples.begin(), samples.end()}});
 }
 

@@ -20,6 +20,9 @@ class Pocketsphinx final : public SpeechEngine {
     std::string models;   // the directory with en-us/, en-us.lm.bin and cmudict-en-us.dict
     std::string grammar;  // a JSGF grammar to recognise instead of open dictation
   };
+  // Buffers waiting for the decoder, at most (a minute of audio).
+  static constexpr size_t kMaxQueued = 60 * Audio::kRate / Audio::kBufferFrames;
+
   static std::string defaultModels();
   // Whether the model files are installed.
   static bool installed(const std::string& models);
