@@ -11,6 +11,7 @@ FUZZ_BUILD ?= build-fuzz
 FUZZ_SECONDS ?= 30
 
 .PHONY: all deps build run test test-native test-desktop test-web test-agents fuzz bench format clean
+.PHONY: install deb test-install test-deb release-build
 
 all: build
 
@@ -31,6 +32,7 @@ run: build
 # The native tests, a short fuzz run, then the page's tests.
 test: test-native
 	@$(MAKE) --no-print-directory test-desktop
+	@$(MAKE) --no-print-directory test-install
 	@$(MAKE) --no-print-directory fuzz FUZZ_SECONDS=20
 	@$(MAKE) --no-print-directory test-web
 
@@ -40,6 +42,34 @@ test-desktop: build
 	@scripts/deps.sh test
 	@/usr/bin/python3 tests/desktop/x11_test.py $(BUILD)
 	@/usr/bin/python3 tests/desktop/sway_test.py $(BUILD)
+	@/usr/bin/python3 tests/dbus/dbus_test.py $(BUILD)
+
+# `make install` into a temporary prefix from the normal build: the installed app starts,
+# finds its page, its hook program and its desktop files.
+test-install: build
+	@scripts/deps.sh test
+	@/usr/bin/python3 tests/install/install_test.py $(BUILD)
+
+# A Release build installed under PREFIX (DESTDIR stages it elsewhere); `make deb` packages the
+# same build for /usr as dist/vantler_<version>_<arch>.deb, `make test-deb` checks the package.
+PREFIX ?= /usr/local
+RELEASE_BUILD ?= build-release
+release-build: deps
+	@cmake -S . -B $(RELEASE_BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=Release -DVANTLER_TESTS=OFF >/dev/null
+	@cmake --build $(RELEASE_BUILD) -j $(JOBS)
+
+install: release-build
+	@DESTDIR=$(DESTDIR) cmake --install $(RELEASE_BUILD) --prefix $(PREFIX) --strip
+	@if [ -z "$(DESTDIR)" ] && command -v gtk-update-icon-cache >/dev/null; then \
+	  gtk-update-icon-cache -qtf $(PREFIX)/share/icons/hicolor || true; fi
+
+deb: release-build
+	@scripts/make-deb.sh $(RELEASE_BUILD) dist
+
+test-deb: deb
+	@scripts/deps.sh test
+	@/usr/bin/python3 tests/install/install_test.py $(RELEASE_BUILD) \
+	  --deb $$(ls -t dist/vantler_*.deb | head -n 1)
 
 test-native:
 	@scripts/deps.sh test
@@ -81,10 +111,11 @@ bench:
 	@if command -v Xvfb >/dev/null && command -v openbox >/dev/null && command -v xcompmgr >/dev/null; then \
 	  echo "== desktop app"; /usr/bin/python3 bench/desktop_bench.py $(BENCH_BUILD); \
 	else echo "== desktop app: skipped (needs Xvfb, openbox and xcompmgr: scripts/deps.sh test)"; fi
+	@echo "== vantler status --follow"; /usr/bin/python3 bench/status_bench.py $(BENCH_BUILD)
 	@if [ -x scripts/test-web.sh ]; then scripts/test-web.sh bench; fi
 
 format:
 	@clang-format -i $$(git ls-files 'src/*.cpp' 'src/*.h' 'tests/*.cpp' 'bench/*.cpp')
 
 clean:
-	rm -rf $(BUILD) $(TEST_BUILD) $(BENCH_BUILD)
+	rm -rf $(BUILD) $(TEST_BUILD) $(BENCH_BUILD) $(RELEASE_BUILD) dist

@@ -1,6 +1,10 @@
 #!/usr/bin/python3
 """Desktop app figures on a private Xvfb with openbox and xcompmgr:
 
+  - hover to open: from the pointer entering the resting pill to the first frame of the opened
+    panel on screen (pixels below the pill change), 12 times each with the pointer coming from
+    near the top (the poll already fast) and from far away; with the controller's OPEN
+    and the page's first-frame mark from the trace log to split the time;
   - launch to pill: from exec of `vantler` to the resting pill's first pixels on screen
     (median of 5 launches; each launch replaces the previous instance);
   - CPU over 60 s of the app and its WebKit processes, at rest with three finished sessions,
@@ -94,6 +98,70 @@ def name(pid):
         return f.read().strip()
 
 
+def hover_to_open(env, root, pill_shown):
+    """Prints the hover figures; returns the app it started (traced)."""
+    home = env['HOME']
+    app = start([os.path.join(BUILD, 'vantler')], dict(env, VANTLER_TRACE='1'))
+    t0 = time.monotonic()
+    while not pill_shown():
+        if time.monotonic() - t0 > 20:
+            sys.exit('no pill within 20 s')
+        time.sleep(0.01)
+    time.sleep(1.0)
+    display = Gdk.Display.get_default()
+    pointer = display.get_default_seat().get_pointer()
+    screen = Gdk.Screen.get_default()
+
+    def move(x, y):
+        pointer.warp(screen, x, y)
+        display.sync()
+
+    def below_pill():  # where the opened panel draws and the resting one does not
+        return bytes(Gdk.pixbuf_get_from_window(root, 650, 60, 300, 30).get_pixels())
+
+    move(800, 600)
+    time.sleep(1.0)
+    rest = below_pill()
+    log = os.path.join(home, '.vantler', 'hover.log')
+    figures = {}
+    for origin, label in (((300, 100), 'from near the top'), ((800, 600), 'from far away')):
+        runs = []
+        for _ in range(12):
+            move(*origin)
+            t0 = time.monotonic()
+            time.sleep(0.8)  # closed again, and the poll settled at its rate for here
+            while below_pill() != rest:
+                if time.monotonic() - t0 > 5:
+                    sys.exit('the panel did not close')
+                time.sleep(0.05)
+            seen = os.path.getsize(log) if os.path.exists(log) else 0
+            t0 = time.monotonic()
+            move(800, 12)  # into the resting pill
+            while below_pill() == rest:
+                if time.monotonic() - t0 > 5:
+                    sys.exit('the panel did not open on hover')
+            shown = time.monotonic()
+            time.sleep(0.3)
+            with open(log) as f:
+                f.seek(seen)
+                lines = f.read().splitlines()
+            opened = [float(ln.split()[0]) for ln in lines if ' OPEN ' in ln]
+            framed = [float(ln.split()[0]) for ln in lines if ln.endswith('PAGE FRAME open')]
+            runs.append(((shown - t0) * 1000,
+                         (opened[0] - t0) * 1000 if opened else float('nan'),
+                         (framed[0] - t0) * 1000 if framed else float('nan')))
+        figures[label] = runs
+    dwell = 40
+    for label, runs in figures.items():
+        med = [statistics.median(r[i] for r in runs) for i in range(3)]
+        print(f'hover to open, {label}: on screen median {med[0]:.0f} ms '
+              f'(min {min(r[0] for r in runs):.0f}, max {max(r[0] for r in runs):.0f}; '
+              f'target {dwell + 30} ms = dwell {dwell} + 30); controller OPEN at {med[1]:.0f} ms, '
+              f'page frame mark at {med[2]:.0f} ms')
+    move(800, 600)
+    return app
+
+
 def main():
     tmp = tempfile.mkdtemp(prefix='vantler-bench-')
     home = os.path.join(tmp, 'home')
@@ -123,8 +191,8 @@ def main():
         data = shot.get_pixels()
         return len(set(data[i:i + 3] for i in range(0, len(data), 3 * 7))) > 1
 
+    app = hover_to_open(env, root, pill_shown)
     launches = []
-    app = None
     for _ in range(5):
         if app:
             app.send_signal(signal.SIGTERM)

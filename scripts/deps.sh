@@ -8,14 +8,17 @@ build_pkgs=(build-essential cmake ninja-build pkg-config git
   nlohmann-json3-dev libglib2.0-dev libicu-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   libgtk-3-dev libwebkit2gtk-4.1-dev libgtk-layer-shell-dev libx11-dev libwayland-dev
-  libpulse-dev libcurl4-openssl-dev libsecret-1-dev libpocketsphinx-dev pocketsphinx-en-us)
+  librsvg2-bin dpkg-dev
+  libayatana-appindicator3-dev libcurl4-openssl-dev
+  libpulse-dev libsecret-1-dev libpocketsphinx-dev pocketsphinx-en-us)
 # What the desktop app needs at run time beyond the libraries above: a session bus for its
 # single instance and actions, the accessibility bus, and a browser opener for links.
 run_pkgs=(dbus-user-session at-spi2-core xdg-utils)
 test_pkgs=(clang libclang-rt-14-dev
   xvfb openbox xcompmgr xdotool x11-utils imagemagick at-spi2-core python3-gi gir1.2-gtk-3.0
   python3-pyatspi sway grim wayvnc
-  pulseaudio pulseaudio-utils espeak-ng gnome-keyring dbus)
+  tmux xterm kitty foot groff-base desktop-file-utils appstream dbus-daemon
+  pulseaudio pulseaudio-utils espeak-ng gnome-keyring)
 web_pkgs=(nodejs npm chromium)
 agent_pkgs=(nodejs npm tmux python3)
 

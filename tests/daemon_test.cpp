@@ -6,6 +6,7 @@
 
 #include <fstream>
 #include <memory>
+#include <sstream>
 
 #include "core/files.h"
 #include "process.h"
@@ -34,11 +35,15 @@ class DaemonTest : public ::testing::Test {
 
   std::string debugAnswer;
 
+  std::map<std::string, std::string> extraEnv;
+
   std::map<std::string, std::string> env() const {
-    return {{"HOME", home.path()},
-            {"XDG_CONFIG_HOME", home.path() + "/.config"},
-            {"VANTLER_DEBUG_ANSWER", debugAnswer},
-            {"VANTLER_DEMO", ""}};
+    std::map<std::string, std::string> all = {{"HOME", home.path()},
+                                              {"XDG_CONFIG_HOME", home.path() + "/.config"},
+                                              {"VANTLER_DEBUG_ANSWER", debugAnswer},
+                                              {"VANTLER_DEMO", ""}};
+    all.insert(extraEnv.begin(), extraEnv.end());
+    return all;
   }
   std::string socket() const { return home.path() + "/.vantler/run/vantler.sock"; }
 
@@ -450,6 +455,39 @@ TEST_F(DaemonTest, WaitingHooksEndCleanly) {
   EXPECT_EQ(quick("claude", permission), "");  // no app: the hook returns at once
 }
 
+// `vantler status --follow` prints a line for each change of the summary, none in between, and
+// the "off" line once the app stops.
+TEST_F(DaemonTest, StatusFollowsChangesOnly) {
+  start();
+  Process follow({kBin + "/vantler", "status", "--follow", "--format", "waybar"}, env());
+  auto lines = [&] {
+    std::vector<Json> out;
+    std::istringstream in(follow.out());
+    for (std::string line; std::getline(in, line);) out.push_back(Json::parse(line));
+    return out;
+  };
+  // The class of the last line printed, once there is one of `mood`.
+  auto waitClass = [&](const std::string& mood) {
+    for (int i = 0; i < 500 && (lines().empty() || lines().back()["class"] != mood); ++i)
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    return lines().empty() ? Json() : lines().back()["class"];
+  };
+  ASSERT_EQ(waitClass("idle"), "idle") << follow.err();
+  EXPECT_EQ(lines()[0]["tooltip"], "No agent sessions");
+
+  std::vector<Json> turn = fixture("claude_turn.jsonl");
+  quick("claude", turn[0]);
+  quick("claude", turn[1]);
+  EXPECT_EQ(waitClass("working"), "working");
+  const size_t seen = lines().size();
+  std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+  EXPECT_EQ(lines().size(), seen);  // nothing changed, nothing printed
+
+  daemon->signal(SIGTERM);
+  EXPECT_EQ(daemon->wait(5), 0);
+  EXPECT_EQ(waitClass("off"), "off");
+}
+
 // Connected hooks are refreshed at start; settings that cannot be read only cost a log line.
 TEST_F(DaemonTest, StartsPastSettingsItCannotRead) {
   const std::string claude = home.path() + "/.claude/settings.json";
@@ -554,4 +592,67 @@ TEST(DaemonCli, AgentsConnectDisconnectAndUsage) {
   auto usage = run({"usage", "--json"});
   EXPECT_EQ(usage->wait(), 0);
   EXPECT_EQ(Json::parse(usage->out())["today"], 0.0);
+}
+
+// The daemon raises windows with the desktop's own commands, chosen by its environment: here
+// stand-ins for hyprctl (which answers "ok" only for the terminal's pid) and for gdbus
+// (KWin's scripting, and the notice on GNOME).
+TEST_F(DaemonTest, JumpRaisesThroughTheDesktopsOwnCommands) {
+  const std::string bin = home.path() + "/bin", calls = home.path() + "/calls";
+  std::filesystem::create_directories(bin);
+  Process terminal({"/bin/sleep", "600"}, {});
+  const std::string pid = std::to_string(terminal.pid());
+  std::ofstream(bin + "/hyprctl") << "#!/bin/sh\necho \"hyprctl $*\" >> " << calls
+                                  << "\n[ \"$3\" = pid:" << pid << " ] && echo ok || echo nope\n";
+  std::ofstream(bin + "/gdbus") << "#!/bin/sh\necho \"gdbus $*\" >> " << calls
+                                << "\ncase \"$*\" in *loadScript*) echo '(int32 7,)';; esac\n";
+  for (const char* name : {"hyprctl", "gdbus"})
+    std::filesystem::permissions(bin + "/" + name, std::filesystem::perms::owner_all);
+  const Json event = {{"_agent", "claude"},
+                      {"hook_event_name", "UserPromptSubmit"},
+                      {"session_id", "j"},
+                      {"cwd", home.path()},
+                      {"prompt", "where?"},
+                      {"agentPid", terminal.pid()},
+                      {"_host", {{"pid", terminal.pid()}, {"bundle", "/usr/bin/foot"}}}};
+  auto jumpOn = [&](std::map<std::string, std::string> desktop) {
+    std::filesystem::remove(calls);
+    extraEnv = {{"PATH", bin + ":" + getenv("PATH")},
+                {"DISPLAY", ""},
+                {"WAYLAND_DISPLAY", ""},
+                {"SWAYSOCK", ""},
+                {"HYPRLAND_INSTANCE_SIGNATURE", ""},
+                {"XDG_RUNTIME_DIR", home.path()}};
+    for (auto& [k, v] : desktop) extraEnv[k] = v;
+    start();
+    RawClient(socket()).send(event.dump() + "\n");
+    for (int i = 0; i < 300 && !session("claude:j").is_object(); ++i)
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_EQ(cli({"jump", "claude:j"}), 0);
+    for (int i = 0; i < 300 && daemon->err().find("claude:j: raised") == std::string::npos &&
+                    daemon->err().find("claude:j: no window") == std::string::npos;
+         ++i)
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    daemon->signal(SIGTERM);
+    EXPECT_EQ(daemon->wait(5), 0);
+    std::stringstream text;
+    text << std::ifstream(calls).rdbuf();
+    return text.str();
+  };
+
+  // The terminal's own pid answers first: nothing further is tried.
+  EXPECT_EQ(jumpOn({{"WAYLAND_DISPLAY", "wayland-1"}, {"HYPRLAND_INSTANCE_SIGNATURE", "x"}}),
+            "hyprctl dispatch focuswindow pid:" + pid + "\n");
+  EXPECT_THAT(daemon->err(), ::testing::HasSubstr("claude:j: raised Hyprland"));
+
+  const std::string kwin =
+      jumpOn({{"WAYLAND_DISPLAY", "wayland-1"}, {"XDG_CURRENT_DESKTOP", "KDE"}});
+  EXPECT_THAT(
+      kwin, ::testing::HasSubstr("loadScript " + home.path() + "/vantler-jump.js vantler-jump\n"));
+  EXPECT_THAT(kwin, ::testing::HasSubstr(
+                        "--object-path /Scripting/Script7 --method org.kde.kwin.Script.run"));
+  EXPECT_THAT(
+      jumpOn({{"WAYLAND_DISPLAY", "wayland-0"}, {"XDG_CURRENT_DESKTOP", "GNOME"}}),
+      ::testing::HasSubstr("org.freedesktop.Notifications.Notify Vantler 0  Switch to foot"));
+  EXPECT_THAT(daemon->err(), ::testing::HasSubstr("no window raised: GNOME on Wayland"));
 }

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 
 #include "app/panel_controller.h"
@@ -91,10 +92,12 @@ class PanelTest : public ::testing::Test {
   std::unique_ptr<PanelController> panel;
 
   void start(bool arriving = false, PanelOptions options = {}) {
+    PanelServices services;
+    services.voice = voice;
     panel = std::make_unique<PanelController>(
         loop, hub, defaults, window, desktop,
         [this](const std::string& name, Json payload) { sent.emplace_back(name, payload); },
-        PanelServices{voice, nullptr, nullptr}, options);
+        services, options);
     panel->show(arriving);
   }
   void pointAt(double x, double y) { window.at = Point{x, y}; }
@@ -125,8 +128,7 @@ TEST_F(PanelTest, DwellBeforeOpeningIsShortAtHomeAndLongerPlacedAway) {
   panel->evaluateHover();
   loop.advance(0.03);
   EXPECT_FALSE(hub.isOpen());
-  loop.advance(0.01);
-  panel->evaluateHover();
+  loop.advance(0.01);  // open the moment the dwell is over, not at the next poll
   EXPECT_TRUE(hub.isOpen());
 
   pointAt(100, 900);
@@ -307,6 +309,24 @@ TEST_F(PanelTest, DropsAreRememberedPerScreenAndIgnoredWhileTheScreenIsGone) {
   EXPECT_FALSE(panel->placedAway());
 }
 
+TEST_F(PanelTest, AtRestThePanelGoesToThePointersScreenUnlessADisplayIsChosen) {
+  start();
+  const Rect sideStage{2200, 0, 720, 640};
+  pointAt(2500, 600);
+  loop.advance(0.4);  // the slow poll
+  EXPECT_EQ(window.frameNow, sideStage);
+  pointAt(1920, 300);  // the edge both screens share
+  loop.advance(0.4);
+  EXPECT_EQ(window.frameNow, sideStage);
+
+  panel->handle({{"type", "setting"}, {"key", "screen"}, {"value", kMain.key}});
+  EXPECT_EQ(window.frameNow, kHomeStage);
+  EXPECT_EQ(sent.back().second["screens"][1], (Json{{"key", kSide.key}, {"name", "HDMI-1"}}));
+  pointAt(2500, 600);
+  loop.advance(0.4);
+  EXPECT_EQ(window.frameNow, kHomeStage);
+}
+
 TEST_F(PanelTest, WithoutAGlobalPointerHoverComesFromTheWindowsEvents) {
   window.at.reset();
   start();
@@ -466,4 +486,37 @@ TEST_F(PanelTest, DiagnosticsAndTheTraceLog) {
   EXPECT_EQ(sent.back().second["trace"], true);
   EXPECT_EQ(Files::read(home.path() + "/.vantler/hover.log"),
             "1001.500 RECT 300 6 40 34\n1001.500 PAGE hi\n");
+}
+
+TEST_F(PanelTest, TheMenuFollowsTheSessionsAndItsActionsReachThem) {
+  start();
+  askColour("claude:a");
+  Session finished = hub.session("claude:b", Agent::claude, "");
+  finished.mood = Mood::done;
+  hub.store(finished);
+  auto titles = [this] {
+    std::vector<std::string> out;
+    for (const MenuItem& i : panel->menu()) out.push_back(i.title);
+    return out;
+  };
+  auto has = [&](const std::string& title) {
+    auto t = titles();
+    return std::find(t.begin(), t.end(), title) != t.end();
+  };
+  EXPECT_EQ(titles()[1], "2 sessions · 1 needs you");
+  EXPECT_TRUE(has("Clear Finished"));
+  EXPECT_FALSE(has("Move Back to the Top"));
+  panel->menuChosen(AppMenu::Action::clear);
+  EXPECT_EQ(titles()[1], "1 session · 1 needs you");
+  EXPECT_FALSE(has("Clear Finished"));
+
+  Placement::save(defaults, kSide, 640, 300, "");
+  EXPECT_TRUE(has("Move Back to the Top"));
+  panel->menuChosen(AppMenu::Action::home);
+  EXPECT_FALSE(has("Move Back to the Top"));
+  EXPECT_EQ(window.frameNow, kHomeStage);
+
+  panel->menuChosen(AppMenu::Action::tour);
+  EXPECT_TRUE(hub.isOpen());
+  EXPECT_EQ(messages("tour").size(), 1u);
 }

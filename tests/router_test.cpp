@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "bridge/router.h"
+#include "bridge/subscribers.h"
 #include "test_support.h"
 
 using ::testing::ElementsAre;
@@ -14,6 +15,11 @@ struct FakeTransport : Router::Transport {
   void send(Router::ConnId conn, std::string bytes) override { sent[conn] += bytes; }
   void finish(Router::ConnId conn, std::string bytes) override { finished[conn] = bytes; }
   void drop(Router::ConnId conn) override { dropped.push_back(conn); }
+  std::map<Router::ConnId, size_t> backlog;  // bytes a peer has not read
+  size_t unsent(Router::ConnId conn) const override {
+    auto it = backlog.find(conn);
+    return it == backlog.end() ? 0 : it->second;
+  }
 };
 const char* kStart = R"({"session_id":"a","hook_event_name":"SessionStart"})";
 const char* kPrompt = R"({"session_id":"a","hook_event_name":"UserPromptSubmit","prompt":"go"})";
@@ -106,4 +112,60 @@ TEST_F(RouterTest, StateQueriesCommandsAndLimits) {
   EXPECT_EQ(r->buffered(), 1800u);
   for (Router::ConnId c : {6u, 7u, 8u, 9u}) r->ended(c);
   EXPECT_EQ(r->buffered(), 0u);
+}
+
+TEST_F(RouterTest, SubscribersGetTheSnapshotAtOnceThenCoalescedAndTheSlowAreDropped) {
+  const std::string subscribe = "{\"_command\":{\"type\":\"subscribe\"}}\n";
+  auto lines = [&](Router::ConnId c) {
+    std::vector<Json> out;
+    std::string_view rest = transport.sent[c];
+    for (size_t nl; (nl = rest.find('\n')) != std::string_view::npos; rest.remove_prefix(nl + 1))
+      out.push_back(Json::parse(rest.substr(0, nl)));
+    return out;
+  };
+  r->received(1, subscribe);
+  ASSERT_EQ(lines(1).size(), 1u);
+  EXPECT_TRUE(lines(1)[0]["sessions"].empty());
+  EXPECT_EQ(r->following(), 1u);
+
+  // Changes of one turn make one line; a change right after waits for the spacing.
+  add("claude:a");
+  add("claude:b", Mood::waiting);
+  loop.turn();
+  ASSERT_EQ(lines(1).size(), 2u);
+  EXPECT_EQ(lines(1)[1]["sessions"].size(), 2u);
+  add("claude:c");
+  loop.turn();
+  EXPECT_EQ(lines(1).size(), 2u);
+  loop.advance(Subscribers::kSpacing);
+  EXPECT_EQ(lines(1).size(), 3u);
+
+  // A peer that has not read its last line gets only the newest snapshot once it has.
+  transport.backlog[1] = 100;
+  add("claude:d");
+  loop.advance(1);
+  add("claude:e");
+  loop.advance(1);
+  EXPECT_EQ(lines(1).size(), 3u);
+  transport.backlog[1] = 0;
+  loop.advance(Subscribers::kSpacing);
+  ASSERT_EQ(lines(1).size(), 4u);
+  EXPECT_EQ(lines(1)[3]["sessions"].size(), 5u);
+
+  // Reading nothing for too long ends the subscription; so does the peer leaving.
+  r->received(2, subscribe);
+  transport.backlog[1] = 100;
+  add("claude:f");
+  loop.advance(Subscribers::kSlowLimit + 1);
+  EXPECT_THAT(transport.dropped, ElementsAre(1u));
+  EXPECT_EQ(r->following(), 1u);
+  r->ended(2);
+  EXPECT_EQ(r->following(), 0u);
+
+  // Subscribers are bounded; further lines on a subscribed connection are not answered.
+  for (Router::ConnId c = 10; c < 10 + Subscribers::kMax; ++c) r->received(c, subscribe);
+  r->received(99, subscribe);
+  EXPECT_EQ(Json::parse(transport.finished[99])["ok"], false);
+  r->received(10, "{\"_query\":\"state\"}\n");
+  EXPECT_FALSE(transport.finished.count(10));
 }

@@ -4,6 +4,7 @@
 #include <gtk/gtk.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -12,15 +13,20 @@
 
 #include "app/instance.h"
 #include "app/linux_desktop.h"
+#include "app/linux_feed.h"
+#include "app/linux_notifications.h"
 #include "app/linux_onboarding.h"
 #include "app/linux_panel_window.h"
+#include "app/linux_raise.h"
 #include "app/linux_session.h"
+#include "app/linux_tray.h"
 #include "app/linux_voice.h"
 #include "app/panel_controller.h"
 #include "app/panel_geometry.h"
 #include "app/services.h"
 #include "core/files.h"
 #include "usage/usage_meter.h"
+#include "version.h"
 #include "web/linux_web_stage.h"
 
 namespace DesktopApp {
@@ -43,7 +49,12 @@ struct App {
   std::unique_ptr<LinuxPanelWindow> window;
   std::unique_ptr<LinuxDesktop> desktop;
   std::shared_ptr<DesktopVoice> voice;
+  std::unique_ptr<CurlFeedFetcher> feed;
+  std::unique_ptr<Updater> updates;
+  std::unique_ptr<LinuxTray> tray;
   std::unique_ptr<PanelController> panel;
+  std::unique_ptr<LinuxNotifications> notifier;
+  std::unique_ptr<AnswerNotices> notices;
   std::unique_ptr<Onboarding> onboarding;
   guint signals[2] = {0, 0};
   bool started = false;
@@ -83,18 +94,44 @@ void App::start() {
   stage = std::make_unique<WebStage>();
   window = std::make_unique<LinuxPanelWindow>(gtk, stage->widget(), kind);
   for (auto& line : window->mechanisms()) lines.push_back(line);
-  LinuxDesktop::MenuActions menu;
-  menu.open = [this] {
-    if (panel) panel->summon();
-  };
-  menu.settings = [this] {
-    if (panel) panel->openSettings();
-  };
-  menu.quit = [this] { g_application_quit(G_APPLICATION(gtk)); };
+  lines.push_back(LinuxWindowRaiser::describe());
   stage->load();
   lines.push_back(stage->source());
-  desktop = std::make_unique<LinuxDesktop>(gtk, std::move(menu), lines);
+  desktop = std::make_unique<LinuxDesktop>(gtk, lines);
   for (const auto& line : lines) std::fprintf(stderr, "vantler: %s\n", line.c_str());
+
+  // Update checks, unless this build has no feed (VANTLER_UPDATE_FEED replaces it for tests)
+  // or the sessions are only a demonstration.
+  const char* feedUrl = std::getenv("VANTLER_UPDATE_FEED");
+  feed = std::make_unique<CurlFeedFetcher>();
+  updates = std::make_unique<Updater>(loop, services->defaults(), *feed,
+                                      Services::demo() ? ""
+                                      : feedUrl        ? feedUrl
+                                                       : VANTLER_UPDATE_FEED,
+                                      Version::kVersion);
+  updates->busy = [this] {
+    const auto& sessions = services->hub().sessions();
+    return std::any_of(sessions.begin(), sessions.end(),
+                       [](const Session& s) { return s.pending.has_value(); });
+  };
+  updates->changed = [this] {
+    if (panel) panel->push();
+  };
+
+  // The tray icon and the panel's own menu show the same items.
+  auto model = [this] { return panel ? panel->menu() : std::vector<MenuItem>{}; };
+  auto chosen = [this](const std::string& action) {
+    if (panel) panel->menuChosen(action);
+  };
+  desktop->menuModel = model;
+  desktop->menuChosen = chosen;
+  tray = std::make_unique<LinuxTray>(model, chosen);
+  tray->changed = [this] {
+    if (!panel) return;
+    Capabilities now = panel->capabilities();
+    now.tray = {tray->shown(), tray->missing()};
+    panel->setCapabilities(now);
+  };
 
   PanelServices panelServices;
   panelServices.usage = [this] { return usage->snapshot(); };
@@ -102,12 +139,22 @@ void App::start() {
   voice = std::make_shared<DesktopVoice>(loop, services->defaults());
   panelServices.voice = voice;
   panelServices.capabilities.voice = voice->capability();
+  panelServices.updates = updates.get();
+  panelServices.pushed = [this] {
+    if (notices) notices->update();
+  };
   panel = std::make_unique<PanelController>(
       loop, services->hub(), services->defaults(), *window, *desktop,
       [this](const std::string& name, Json payload) { stage->send(name, std::move(payload)); },
       panelServices, PanelOptions::fromEnvironment());
   PanelEvents events = panel->events();
-  desktop->onThemeChanged = events.themeChanged;
+  // The page repaints in the new colours once the controller pushed them (0.15 s later).
+  desktop->onThemeChanged = [this, changed = events.themeChanged] {
+    changed();
+    loop.after(0.2, [this] {
+      if (window) window->renewSoon();
+    });
+  };
   window->setEvents(std::move(events));
   stage->onMessage = [this](const Json& message) { panel->handle(message); };
   voice->onCapabilityChanged = [this] {
@@ -115,6 +162,12 @@ void App::start() {
     c.voice = voice->capability();
     panel->setCapabilities(c);
   };
+  notifier = std::make_unique<LinuxNotifications>();
+  notices = std::make_unique<AnswerNotices>(
+      services->hub(), services->defaults(), *notifier, [this] { return panel->outOfSight(); },
+      [this] { panel->summon(); });
+  tray->refresh();
+  updates->start();
 
   if (services->defaults().boolean("onboarded") && !envSet("VANTLER_DEBUG_TOUR")) {
     showPanel(false);
@@ -138,8 +191,13 @@ void App::stop() {
   // process ends and fall back to the agent's own prompt.
   if (services) services->stop();
   onboarding.reset();
+  notices.reset();
+  notifier.reset();
   panel.reset();
   voice.reset();
+  tray.reset();
+  updates.reset();
+  feed.reset();
   desktop.reset();
   window.reset();
   stage.reset();
@@ -213,6 +271,8 @@ int run(const char* argv0) {
   App app;
   app.backend = LinuxSession::chooseBackend();
   if (!gtk_init_check(nullptr, nullptr)) return noDisplay();
+  // The installed icon, named like the menu entry, for the first-run window on X11.
+  gtk_window_set_default_icon_name(kAppId);
 
   // The newest launch wins: it takes the bus name over and the older instance quits.
   app.gtk = gtk_application_new(

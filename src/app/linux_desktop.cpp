@@ -26,9 +26,8 @@ int colorSchemeOf(GVariant* value) {
 
 }  // namespace
 
-LinuxDesktop::LinuxDesktop(GtkApplication* app, MenuActions actions,
-                           std::vector<std::string> mechanisms)
-    : app_(app), actions_(std::move(actions)), mechanisms_(std::move(mechanisms)) {
+LinuxDesktop::LinuxDesktop(GtkApplication* app, std::vector<std::string> mechanisms)
+    : app_(app), mechanisms_(std::move(mechanisms)) {
   GtkSettings* settings = gtk_settings_get_default();
   if (settings) {
     g_signal_connect(settings, "notify::gtk-theme-name", G_CALLBACK(onSettingsNotify), this);
@@ -66,19 +65,7 @@ void LinuxDesktop::showMenu(std::function<void()> closed) {
   if (menu_) gtk_widget_destroy(menu_);
   menuClosed_ = std::move(closed);
   menu_ = gtk_menu_new();
-  auto item = [this](const char* label, std::function<void()>* action) {
-    GtkWidget* entry = gtk_menu_item_new_with_label(label);
-    g_signal_connect_swapped(entry, "activate", G_CALLBACK(+[](gpointer data) {
-                               auto* run = static_cast<std::function<void()>*>(data);
-                               if (*run) (*run)();
-                             }),
-                             action);
-    gtk_menu_shell_append(GTK_MENU_SHELL(menu_), entry);
-  };
-  item("Open Vantler", &actions_.open);
-  item("Settings…", &actions_.settings);
-  gtk_menu_shell_append(GTK_MENU_SHELL(menu_), gtk_separator_menu_item_new());
-  item("Quit Vantler", &actions_.quit);
+  LinuxMenu::fill(GTK_MENU(menu_), menuModel ? menuModel() : std::vector<MenuItem>{}, menuChosen);
   g_signal_connect(menu_, "deactivate", G_CALLBACK(+[](GtkMenuShell*, gpointer data) {
                      auto* self = static_cast<LinuxDesktop*>(data);
                      // "deactivate" comes before the chosen item runs: report the close after.
@@ -94,7 +81,6 @@ void LinuxDesktop::showMenu(std::function<void()> closed) {
                          self);
                    }),
                    this);
-  gtk_widget_show_all(menu_);
   GtkWindow* anchor = gtk_application_get_active_window(app_);
   if (!anchor) {
     GList* windows = gtk_application_get_windows(app_);

@@ -9,17 +9,12 @@
 #include <string>
 #include <vector>
 
+#include "app/linux_menu.h"
 #include "app/panel_ports.h"
 
 class LinuxDesktop final : public Desktop {
  public:
-  struct MenuActions {
-    std::function<void()> open;
-    std::function<void()> settings;
-    std::function<void()> quit;
-  };
-
-  LinuxDesktop(GtkApplication* app, MenuActions actions, std::vector<std::string> mechanisms);
+  LinuxDesktop(GtkApplication* app, std::vector<std::string> mechanisms);
   ~LinuxDesktop() override;
   LinuxDesktop(const LinuxDesktop&) = delete;
   LinuxDesktop& operator=(const LinuxDesktop&) = delete;
@@ -33,6 +28,9 @@ class LinuxDesktop final : public Desktop {
 
   // Runs when the desktop's appearance changes.
   std::function<void()> onThemeChanged;
+  // The application menu shown by `showMenu`, and what choosing an item does.
+  std::function<std::vector<MenuItem>()> menuModel;
+  LinuxMenu::Chosen menuChosen;
 
  private:
   void watchPortal();
@@ -40,7 +38,6 @@ class LinuxDesktop final : public Desktop {
   static void onSettingsNotify(GObject*, GParamSpec*, gpointer self);
 
   GtkApplication* app_;
-  MenuActions actions_;
   std::vector<std::string> mechanisms_;
   GtkWidget* menu_ = nullptr;
   std::function<void()> menuClosed_;

@@ -205,6 +205,11 @@ bool LinuxPanelWindow::primaryButtonDown() const {
 // --- frame ---
 
 void LinuxPanelWindow::setFrame(const Rect& frame, bool animate) {
+  // A layer surface with the button held on it has the pointer grabbed and reports positions
+  // relative to itself. Moved meanwhile, it would report some relative to the old place and
+  // some to the new (the compositor applies new margins a frame later), and the drag would run
+  // away: it stays put while the button is down and moves at the drop.
+  if (kind_ == LinuxSession::Kind::LayerShell && buttonDown_ && !animate) return;
   if (tick_) {
     gtk_widget_remove_tick_callback(window_, tick_);
     tick_ = 0;
@@ -262,9 +267,12 @@ void LinuxPanelWindow::setInputRegion(const std::vector<Rect>& rects) {
   bool changed = rects != input_;
   input_ = rects;
   applyShape();
-  if (!changed) return;
   // The page changes shape with animations over transparent pixels (it grows, its shadow moves,
   // it shrinks): once they end, the whole view is painted afresh.
+  if (changed) renewSoon();
+}
+
+void LinuxPanelWindow::renewSoon() {
   if (renewTimer_) g_source_remove(renewTimer_);
   renewTimer_ = g_timeout_add(
       kRenewDelayMs,

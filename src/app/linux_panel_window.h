@@ -41,6 +41,11 @@ class LinuxPanelWindow final : public PanelWindow {
   void releaseFocus() override;
   bool hasFocus() const override;
 
+  // The page changes over transparent pixels (an animation, a theme): without compositing
+  // WebKit leaves their old colours at the antialiased edges, so shortly after the whole view
+  // is painted afresh.
+  void renewSoon();
+
   GtkWindow* window() const { return GTK_WINDOW(window_); }
   // How the window is made, one line per choice.
   std::vector<std::string> mechanisms() const;

@@ -11,14 +11,15 @@ namespace X11 {
 namespace {
 
 // One property of a window as a list of longs (XIDs or atoms); empty when missing.
-std::vector<unsigned long> property(Display* d, Window w, const char* name, Atom type) {
+std::vector<unsigned long> property(Display* d, Window w, const char* name, Atom type,
+                                    long length = 64) {
   std::vector<unsigned long> values;
   Atom actual = 0;
   int format = 0;
   unsigned long count = 0, after = 0;
   unsigned char* data = nullptr;
-  if (XGetWindowProperty(d, w, XInternAtom(d, name, False), 0, 64, False, type, &actual, &format,
-                         &count, &after, &data) == Success &&
+  if (XGetWindowProperty(d, w, XInternAtom(d, name, False), 0, length, False, type, &actual,
+                         &format, &count, &after, &data) == Success &&
       data && format == 32) {
     auto* longs = reinterpret_cast<unsigned long*>(data);
     values.assign(longs, longs + count);
@@ -66,9 +67,9 @@ std::optional<Box> fullscreenActiveWindow(GdkDisplay* display) {
   return box;
 }
 
-void activate(GdkDisplay* display, unsigned long window) {
-  if (!isX11(display) || !window) return;
-  Display* d = GDK_DISPLAY_XDISPLAY(display);
+namespace {
+
+void sendActive(Display* d, Window window) {
   XEvent e{};
   e.xclient.type = ClientMessage;
   e.xclient.window = window;
@@ -76,10 +77,51 @@ void activate(GdkDisplay* display, unsigned long window) {
   e.xclient.format = 32;
   e.xclient.data.l[0] = 2;  // source: a pager, which window managers obey
   e.xclient.data.l[1] = CurrentTime;
-  gdk_x11_display_error_trap_push(display);
   XSendEvent(d, DefaultRootWindow(d), False, SubstructureRedirectMask | SubstructureNotifyMask, &e);
+}
+
+}  // namespace
+
+void activate(GdkDisplay* display, unsigned long window) {
+  if (!isX11(display) || !window) return;
+  Display* d = GDK_DISPLAY_XDISPLAY(display);
+  gdk_x11_display_error_trap_push(display);
+  sendActive(d, window);
   XFlush(d);
   gdk_x11_display_error_trap_pop_ignored(display);
+}
+
+unsigned long raiseProcess(const std::vector<long>& pids, std::string& why) {
+  Display* d = XOpenDisplay(nullptr);
+  if (!d) {
+    why = "cannot open the X display";
+    return 0;
+  }
+  // A window that goes away while it is looked at is simply skipped.
+  XSetErrorHandler([](Display*, XErrorEvent*) { return 0; });
+  Window root = DefaultRootWindow(d);
+  Window best = 0;
+  size_t rank = pids.size();
+  // More windows than anyone keeps open are not looked at.
+  std::vector<unsigned long> clients = property(d, root, "_NET_CLIENT_LIST", XA_WINDOW, 4096);
+  for (unsigned long w : clients) {
+    auto pid = property(d, w, "_NET_WM_PID", XA_CARDINAL);
+    if (pid.empty()) continue;
+    auto at = std::find(pids.begin(), pids.end(), static_cast<long>(pid[0]));
+    if (at != pids.end() && static_cast<size_t>(at - pids.begin()) < rank) {
+      rank = static_cast<size_t>(at - pids.begin());
+      best = w;
+    }
+  }
+  if (best) {
+    sendActive(d, best);
+    XSync(d, False);
+  } else {
+    why = clients.empty() ? "the window manager lists no windows (_NET_CLIENT_LIST)"
+                          : "no window of these processes (_NET_WM_PID)";
+  }
+  XCloseDisplay(d);
+  return best;
 }
 
 }  // namespace X11

@@ -5,6 +5,8 @@
 #include <gdk/gdk.h>
 
 #include <optional>
+#include <string>
+#include <vector>
 
 namespace X11 {
 
@@ -20,5 +22,9 @@ std::optional<Box> fullscreenActiveWindow(GdkDisplay* display);
 // Asks the window manager to focus the window, as a pager would.
 void activate(GdkDisplay* display, unsigned long window);
 unsigned long xid(GdkWindow* window);
+
+// On its own connection to $DISPLAY, without GDK: activates the managed window whose
+// _NET_WM_PID is the first of `pids` to own one. Returns the window, or 0 with `why` set.
+unsigned long raiseProcess(const std::vector<long>& pids, std::string& why);
 
 }  // namespace X11

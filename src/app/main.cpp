@@ -10,6 +10,8 @@
 #include "app/client.h"
 #include "app/daemon.h"
 #include "app/desktop.h"
+#include "app/linux_raise.h"
+#include "app/status.h"
 #include "bridge/linux_bridge.h"
 #include "core/files.h"
 #include "core/json.h"
@@ -39,6 +41,11 @@ constexpr Command kCommands[] = {
      "Environment: VANTLER_DEMO=1 adds demonstration sessions; VANTLER_DEBUG_ANSWER=<text>\n"
      "answers every request 1.2 s after it arrives (allow, deny, or the text as a reply)."},
     {"state", "vantler state", "Prints the current state of every shown session as JSON."},
+    {"status", "vantler status [--format plain|waybar|tmux] [--follow]",
+     "Prints one line summarising the sessions: how many wait, work and are done, and what\n"
+     "Claude Code has cost today ('Vantler off' when Vantler is not running). --format waybar\n"
+     "prints the JSON of a Waybar custom module (text, tooltip, class), --format tmux tmux\n"
+     "colour markup. --follow prints a new line whenever the summary changes, until stopped."},
     {"allow", "vantler allow [--always] <session-id>",
      "Allows the session's open permission request. --always also accepts the standing rule the\n"
      "agent offers with it (shown in 'vantler state' as \"always\"), so it stops asking."},
@@ -52,6 +59,10 @@ constexpr Command kCommands[] = {
      "Lets go of the session's request: the agent asks in its own window instead."},
     {"dismiss", "vantler dismiss <session-id>",
      "Lets go of the session's request and hides the session until something new happens."},
+    {"jump", "vantler jump <session-id>",
+     "Brings the session's terminal tab, tmux pane or editor window to the front. The running\n"
+     "app or daemon does it, on the display in its own environment; what it could not do is\n"
+     "in its log."},
     {"agents", "vantler agents",
      "Lists the coding agents Vantler can follow: whether each is on this machine, whether its\n"
      "hooks are connected, and the configuration file Vantler edits for it."},
@@ -171,6 +182,8 @@ int main(int argc, char** argv) {
     std::printf("vantler %s (%s)\n", Version::kVersion, Version::kRevision);
     return 0;
   }
+  if (args[0] == LinuxWindowRaiser::kX11Command)
+    return LinuxWindowRaiser::raiseX11({args.begin() + 1, args.end()});
   const Command* command = find(args[0]);
   if (!command) {
     std::fprintf(stderr, "vantler: unknown command '%s'\n\n", args[0].c_str());
@@ -212,6 +225,19 @@ int main(int argc, char** argv) {
     }
     std::fputs(r.answer.c_str(), stdout);
     return 0;
+  }
+  if (name == "status") {
+    Status::Options options;
+    for (size_t i = 1; i < args.size(); ++i) {
+      if (args[i] == "--follow") {
+        options.follow = true;
+      } else if (args[i] == "--format" && i + 1 < args.size() && StatusLine::format(args[i + 1])) {
+        options.format = *StatusLine::format(args[++i]);
+      } else {
+        return wrongUsage();
+      }
+    }
+    return Status::run(options);
   }
   if (name == "agents") return args.size() == 1 ? agents() : wrongUsage();
   if (name == "usage") {

@@ -195,6 +195,8 @@ void PanelController::handle(const Json& command) {
          if (auto error =
                  Prefs::set(c.defaults_, JsonField::str(m, "key"), value ? *value : Json()))
            g_warning("Vantler setting: %s", error->c_str());
+         if (JsonField::str(m, "key") == "screen")
+           c.screensChanged();  // the panel moves to the chosen display
          c.push();
        }},
       {"copyDiagnostics", [](PanelController& c, const Json&,
@@ -215,11 +217,9 @@ void PanelController::handle(const Json& command) {
        }},
       {"menu", [](PanelController& c, const Json&, const std::string&) { c.showMenu(); }},
       {"quit", [](PanelController& c, const Json&, const std::string&) { c.desktop_.quit(); }},
-      // No updater is built: the settings view closes and nothing is checked.
       {"checkUpdates",
        [](PanelController& c, const Json&, const std::string&) {
-         c.hold("settings", false);
-         c.close();
+         if (c.services_.updates) c.services_.updates->checkNow();
        }},
       {"log",
        [](PanelController& c, const Json& m, const std::string&) {
@@ -259,6 +259,8 @@ std::string PanelController::diagnostics() const {
       "Glass: false (available false)",
   };
   for (const std::string& m : desktop_.mechanisms()) lines.push_back(m);
+  const Capability& tray = services_.capabilities.tray;
+  lines.push_back(tray.ready ? "tray: StatusNotifier item" : "tray: none. " + tray.reason);
   lines.push_back("Sessions: " + sessions);
   lines.push_back("Settings: " + JsonField::compact(Prefs::json(defaults_)));
   std::string text;

@@ -9,6 +9,8 @@
 
 #include "core/files.h"
 #include "core/prefs.h"
+#include "integrations/installers.h"
+#include "version.h"
 
 namespace {
 
@@ -60,7 +62,7 @@ PanelController::PanelController(Loop& loop, Hub& hub, Defaults& defaults, Panel
 }
 
 PanelController::~PanelController() {
-  for (auto& task : {poll_, collapseWork_, peekWork_})
+  for (auto& task : {poll_, collapseWork_, peekWork_, dwellWork_})
     if (task) loop_.cancel(*task);
   if (shown_) {
     hub_.onChange = [] {};
@@ -152,7 +154,9 @@ PanelController::Where PanelController::where() const {
   Where w;
   w.screens = window_.screens();
   w.placed = Placement::current(defaults_, w.screens);
-  w.home = Geometry::homeScreen(w.screens, options_.demoScreen);
+  std::string chosen = options_.demoScreen;
+  if (chosen.empty() && Prefs::screen(defaults_) != "auto") chosen = Prefs::screen(defaults_);
+  w.home = Geometry::homeScreen(w.screens, chosen, pointerScreen_);
   return w;
 }
 
@@ -234,17 +238,18 @@ void PanelController::windowPointer(std::optional<Point> inWindow) {
 
 void PanelController::evaluateHover() {
   if (!shown_ || dragging_) return;
+  std::optional<Point> p = cursor();
+  bool opened = hub_.isOpen();
+  if (p && !opened) followPointer(*p);
   Where w = where();
   const Screen* screen = w.screen();
   if (!screen) return;
   refresh(w);
   if (visible_ == false) {
-    insideSince_.reset();
+    leaveZone();
     setPoll(false);
     return;
   }
-  std::optional<Point> p = cursor();
-  bool opened = hub_.isOpen();
   bool away = w.placed.has_value();
   Rect drawn = drawnRect();
 
@@ -260,7 +265,16 @@ void PanelController::evaluateHover() {
     }
     double now = loop_.uptime();
     if (!insideSince_) insideSince_ = now;
-    if (now - *insideSince_ + 1e-9 >= (away ? kDwellAway : kDwellHome)) open();
+    double left = *insideSince_ + (away ? kDwellAway : kDwellHome) - now;
+    if (left <= 1e-9) {
+      open();
+    } else if (!dwellWork_) {
+      // The panel opens the moment the dwell is over, not at the poll's next turn.
+      dwellWork_ = later(left, [](PanelController& c) {
+        c.dwellWork_.reset();
+        c.evaluateHover();
+      });
+    }
     return;
   }
 
@@ -269,7 +283,7 @@ void PanelController::evaluateHover() {
                          : p->y < screen->frame.minY() + 120);
   setPoll(opened || near);
   relayPointer(std::nullopt);
-  insideSince_.reset();
+  leaveZone();
   if (!opened) {
     if (away && raised_) {
       raised_ = false;
@@ -278,6 +292,27 @@ void PanelController::evaluateHover() {
     return;
   }
   if (!collapseWork_ && holds_.empty()) scheduleCollapse();
+}
+
+void PanelController::followPointer(Point p) {
+  if (!globalPointer_ || !options_.demoScreen.empty() || Prefs::screen(defaults_) != "auto") return;
+  std::vector<Screen> screens = window_.screens();
+  // Still on its screen (neighbouring screens share their edge): nothing moves.
+  for (const Screen& s : screens)
+    if (s.key == pointerScreen_ && s.frame.contains(p)) return;
+  for (const Screen& s : screens) {
+    if (!s.frame.contains(p)) continue;
+    pointerScreen_ = s.key;
+    window_.setFrame(stageRect(), false);
+    push();
+    return;
+  }
+}
+
+void PanelController::leaveZone() {
+  insideSince_.reset();
+  if (dwellWork_) loop_.cancel(*dwellWork_);
+  dwellWork_.reset();
 }
 
 void PanelController::scheduleCollapse() {
@@ -513,6 +548,69 @@ void PanelController::showMenu() {
   });
 }
 
+std::vector<MenuItem> PanelController::menu() const {
+  MenuFacts f;
+  f.version = Version::kVersion;
+  std::vector<const Session*> shown = hub_.visible();
+  f.sessions = shown.size();
+  f.waiting = hub_.queue().size();
+  f.placedAway = placedAway();
+  const Date now = hub_.now();
+  f.anyFinished = std::any_of(shown.begin(), shown.end(),
+                              [now](const Session* s) { return Hub::isFinished(*s, now); });
+  f.claudeHooks = HookInstaller::isInstalled();
+  f.cursorAvailable = CursorHooks::available();
+  f.cursorHooks = f.cursorAvailable && CursorHooks::isInstalled();
+  if (services_.updates) f.newerVersion = services_.updates->newerVersion();
+  return AppMenu::build(f);
+}
+
+void PanelController::menuChosen(const std::string& action) {
+  namespace A = AppMenu::Action;
+  // Connecting reports its own failures; the menu only shows the outcome.
+  auto toggle = [this](bool installed, void (*install)(), void (*uninstall)()) {
+    try {
+      installed ? uninstall() : install();
+    } catch (const std::exception& e) {
+      g_warning("Vantler: %s", e.what());
+    }
+    push();
+  };
+  if (action == A::open) {
+    summon();
+  } else if (action == A::settings) {
+    openSettings();
+  } else if (action == A::home) {
+    resetPosition();
+  } else if (action == A::clear) {
+    hub_.clearFinished();
+  } else if (action == A::claude) {
+    toggle(HookInstaller::isInstalled(), HookInstaller::install, HookInstaller::uninstall);
+  } else if (action == A::cursor) {
+    toggle(CursorHooks::isInstalled(), CursorHooks::install, CursorHooks::uninstall);
+  } else if (action == A::tour) {
+    showTour();
+  } else if (action == A::updates) {
+    // The settings show how the check goes.
+    if (services_.updates) services_.updates->checkNow();
+    openSettings();
+  } else if (action == A::download) {
+    if (services_.updates && !services_.updates->link().empty())
+      desktop_.openUri(services_.updates->link());
+  } else if (action == A::quit) {
+    desktop_.quit();
+  }
+}
+
+bool PanelController::outOfSight() const {
+  Where w = where();
+  const Screen* screen = w.screen();
+  if (!screen) return false;
+  if (screen->fullscreen && !hub_.isOpen()) return true;
+  std::optional<Point> p = cursor();
+  return p && !screen->frame.contains(*p);
+}
+
 // --- the page ---
 
 Json PanelController::geo() const {
@@ -538,7 +636,12 @@ void PanelController::push() {
   Json state = hub_.snapshot();
   state["geo"] = geo();
   state["capabilities"] = services_.capabilities.json();
+  Json screens = Json::array();
+  for (const Screen& s : window_.screens()) screens.push_back({{"key", s.key}, {"name", s.name}});
+  state["screens"] = std::move(screens);
   state["settings"]["optionTapReady"] = services_.capabilities.altTap.ready;
+  state["settings"]["update"] =
+      services_.updates ? services_.updates->status() : Json{{"state", "off"}};
   if (options_.trace) state["trace"] = true;
   // The page re-renders on every state: an unchanged one is not sent again.
   if (state != lastState_) {
@@ -546,6 +649,7 @@ void PanelController::push() {
     send_("state", std::move(state));
   }
   refresh();
+  if (services_.pushed) services_.pushed();
 }
 
 void PanelController::setCapabilities(const Capabilities& capabilities) {

@@ -18,7 +18,9 @@
 
 #include "app/capabilities.h"
 #include "app/panel_geometry.h"
+#include "app/panel_menu.h"
 #include "app/panel_ports.h"
+#include "app/panel_updates.h"
 #include "core/defaults.h"
 #include "core/hub.h"
 #include "core/loop.h"
@@ -42,6 +44,9 @@ struct PanelServices {
   std::function<Json()> usage;  // today's usage for the page ({"today", "models"})
   // What works in this session at start; later changes go through `setCapabilities`.
   Capabilities capabilities = Capabilities::none(false);
+  Updater* updates = nullptr;  // the update checks; none in a build without a feed
+  // Runs after every push of the state (desktop notifications follow the requests).
+  std::function<void()> pushed;
 };
 
 class PanelController {
@@ -88,6 +93,12 @@ class PanelController {
   void openSettings();
   void showTour();
   void showMenu();
+  // The application menu as it stands now, and what choosing one of its actions does.
+  std::vector<MenuItem> menu() const;
+  void menuChosen(const std::string& action);
+  // The user cannot see the panel: its screen shows a full-screen window (and it is not
+  // open), or the pointer is on another screen.
+  bool outOfSight() const;
   void push();
   // A facility started or stopped working: the page's settings say so at once.
   void setCapabilities(const Capabilities& capabilities);
@@ -123,6 +134,10 @@ class PanelController {
   void setPoll(bool hot);
   void tick();
   void relayPointer(std::optional<Point> point);
+  // At rest, with no display chosen, the panel goes to the screen the pointer is on.
+  void followPointer(Point p);
+  // The pointer is outside the hover zone: no dwell runs.
+  void leaveZone();
   void scheduleCollapse();
   void cancelCollapse();
   void windowPointer(std::optional<Point> inWindow);
@@ -154,6 +169,8 @@ class PanelController {
   std::optional<Loop::TaskId> poll_;
   bool hot_ = false;
   std::optional<double> insideSince_;
+  std::optional<Loop::TaskId> dwellWork_;
+  std::string pointerScreen_;  // the key of the screen the pointer was last on at rest
   std::optional<Loop::TaskId> collapseWork_;
   std::optional<Loop::TaskId> peekWork_;
   std::optional<Point> lastPointer_;

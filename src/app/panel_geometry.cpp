@@ -55,11 +55,12 @@ void clear(Defaults& defaults) {
 
 namespace Geometry {
 
-std::optional<Screen> homeScreen(const std::vector<Screen>& screens,
-                                 const std::string& demoScreen) {
-  if (!demoScreen.empty()) {
+std::optional<Screen> homeScreen(const std::vector<Screen>& screens, const std::string& chosen,
+                                 const std::string& pointerScreen) {
+  for (const std::string& wanted : {chosen, pointerScreen}) {
+    if (wanted.empty()) continue;
     for (const Screen& s : screens)
-      if (s.key == demoScreen || s.name == demoScreen) return s;
+      if (s.key == wanted || s.name == wanted) return s;
   }
   for (const Screen& s : screens)
     if (s.primary) return s;

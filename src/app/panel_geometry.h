@@ -37,10 +37,10 @@ namespace Geometry {
 inline constexpr double kStageWidth = 720;
 inline constexpr double kStageHeight = 640;
 
-// The screen the panel uses when not placed away: the one `demoScreen` names (key or name),
-// else the primary monitor, else the first.
-std::optional<Screen> homeScreen(const std::vector<Screen>& screens,
-                                 const std::string& demoScreen = {});
+// The screen the panel uses when not placed away: the one `chosen` names (key or name) when
+// attached, else the one with the key `pointerScreen`, else the primary monitor, else the first.
+std::optional<Screen> homeScreen(const std::vector<Screen>& screens, const std::string& chosen = {},
+                                 const std::string& pointerScreen = {});
 
 // The panel frame, always 720 × 640.
 Rect stageRect(const std::optional<Placement::Placed>& placed, const std::optional<Screen>& home);

@@ -1,24 +1,43 @@
 #include "app/services.h"
 
 #include <cstdlib>
+#include <fstream>
+
+#include "app/linux_raise.h"
 
 #include "bridge/control.h"
 #include "core/files.h"
 #include "integrations/github.h"
 #include "integrations/installers.h"
+#include "integrations/linux_jump.h"
 #include "integrations/tmux_replies.h"
 #include "usage/claude_transcripts.h"
 #include "usage/pricing.h"
 
 namespace {
 
-HubPorts hubPorts(GLibLoop& loop) {
+// Each jump step that cannot be taken says why in the system log, and in the trace log when
+// VANTLER_TRACE is set.
+void jumpLog(const Loop& loop, const std::string& home, const std::string& line) {
+  g_message("Vantler jump: %s", line.c_str());
+  const char* trace = std::getenv("VANTLER_TRACE");
+  if (!trace) return;
+  Files::makeDirs(home + "/.vantler", 0700);
+  char stamp[32];
+  std::snprintf(stamp, sizeof stamp, "%.3f ", loop.uptime());
+  std::ofstream(home + "/.vantler/hover.log", std::ios::app) << stamp << "JUMP " << line << '\n';
+}
+
+HubPorts hubPorts(GLibLoop& loop, const std::string& home) {
   HubPorts ports;
   ports.transcripts = std::make_shared<ClaudeTranscripts>();
   ports.recent = std::make_shared<ClaudeRecentTranscripts>(loop);
   ports.github = std::make_shared<GitHub>(loop);
   ports.models = std::make_shared<PricingCatalog>();
   ports.typist = std::make_shared<TmuxReplies>(loop);
+  ports.jumper = std::make_shared<TerminalJumper>(
+      loop, std::make_shared<LinuxWindowRaiser>(loop),
+      [&loop, home](const std::string& line) { jumpLog(loop, home, line); });
   return ports;
 }
 
@@ -33,7 +52,7 @@ HubOptions hubOptions(const std::string& home) {
 
 Services::Services(GLibLoop& loop, std::string home)
     : home_(std::move(home)),
-      hub_(loop, defaults_, hubPorts(loop), hubOptions(home_)),
+      hub_(loop, defaults_, hubPorts(loop, home_), hubOptions(home_)),
       codex_(hub_, loop, home_) {
   Integrations::registerPrefs();
   JsonField::depthRejected = +[](size_t bytes, size_t depth) {
@@ -75,6 +94,13 @@ void Services::refreshHooks() {
   // Hooks written by an earlier version point at an older command: they are written again on
   // every start. A settings file that cannot be read is reported once here and otherwise left
   // alone; nothing here is worth stopping for.
+  try {
+    // Every connected agent runs the one copy in ~/.vantler/bin: after an upgrade it is
+    // replaced by the installed vantler-hook even when Claude Code is not connected.
+    if (Files::exists(HookInstaller::binPath())) HookInstaller::copyBinary();
+  } catch (const std::exception& e) {
+    g_warning("Vantler: %s", e.what());
+  }
   try {
     ConfigFile::load(HookInstaller::settingsPath());
     if (HookInstaller::isInstalled() || HookInstaller::hasLegacyEntries()) HookInstaller::install();

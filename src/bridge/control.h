@@ -2,7 +2,8 @@
 // Commands that reach the hub from outside the panel: the command line's allow, deny, answer,
 // reply, release and dismiss, sent over the hook socket as {"_command": {...}}. A command is
 // the same object the panel sends ({"type": ..., "id": ...}); unlike the panel, the caller is
-// told plainly when a command cannot apply.
+// told plainly when a command cannot apply. "subscribe", which keeps its connection, is taken
+// by the router (bridge/subscribers.h).
 
 #include "core/hub.h"
 #include "core/json.h"

@@ -255,6 +255,11 @@ void Bridge::drop(Router::ConnId id) {
   close(id);
 }
 
+size_t Bridge::unsent(Router::ConnId id) const {
+  auto it = conns_.find(id);
+  return it == conns_.end() ? 0 : it->second.out.size();
+}
+
 void Bridge::flush(Router::ConnId id) {
   auto it = conns_.find(id);
   if (it == conns_.end()) return;

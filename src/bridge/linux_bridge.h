@@ -64,6 +64,7 @@ class Bridge final : private Router::Transport {
   void send(Router::ConnId conn, std::string bytes) override;
   void finish(Router::ConnId conn, std::string bytes) override;
   void drop(Router::ConnId conn) override;
+  size_t unsent(Router::ConnId conn) const override;
 
   void acceptAll();
   // Stops accepting for a while after running out of descriptors.

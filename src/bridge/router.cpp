@@ -1,5 +1,7 @@
 #include "bridge/router.h"
 
+#include "bridge/subscribers.h"
+
 #include <glib.h>
 
 #include <cstring>
@@ -10,10 +12,15 @@ Router::Router(Hub& hub, Transport& transport, CommandHandler commands, Limits l
       transport_(transport),
       commands_(std::move(commands)),
       limits_(limits),
-      self_(std::make_shared<Router*>(this)) {}
+      self_(std::make_shared<Router*>(this)),
+      subscribers_(std::make_unique<Subscribers>(hub, transport)) {}
 
 Router::~Router() {
   if (alive_) hub_.loop().cancel(*alive_);
+}
+
+size_t Router::following() const {
+  return subscribers_->size();
 }
 
 size_t Router::holding() const {
@@ -29,7 +36,7 @@ Router::Conn* Router::find(ConnId conn) {
 
 bool Router::answerable(ConnId conn) const {
   auto it = conns_.find(conn);
-  return it != conns_.end() && !it->second.finished && !it->second.held;
+  return it != conns_.end() && !it->second.finished && !it->second.held && !it->second.following;
 }
 
 void Router::opened(ConnId conn) {
@@ -82,6 +89,7 @@ void Router::ended(ConnId conn) {
   if (node.empty()) return;
   buffered_ -= node.mapped().buffer.size();
   if (node.mapped().held) hub_.hookGone(*node.mapped().held);
+  if (node.mapped().following) subscribers_->remove(conn);
 }
 
 Hub::Reply Router::replyFor(ConnId conn) {
@@ -137,6 +145,18 @@ void Router::dispatch(ConnId conn, std::string_view line) {
     return;
   }
   if (const Json* command = JsonField::find(obj, "_command")) {
+    if (JsonField::str(*command, "type") == "subscribe") {
+      if (!attached) return;
+      find(conn)->following = true;
+      if (!subscribers_->add(conn)) {
+        Conn* c = find(conn);
+        c->following = false;
+        c->finished = true;
+        transport_.finish(conn, R"({"ok":false,"error":"too many subscribers"})"
+                                "\n");
+      }
+      return;
+    }
     Json answer = commands_ ? commands_(*command)
                             : Json{{"ok", false}, {"error", "commands are not accepted here"}};
     if (!answerable(conn)) return;

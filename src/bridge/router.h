@@ -17,6 +17,8 @@
 #include "core/hub.h"
 #include "core/json.h"
 
+class Subscribers;
+
 struct RouterLimits {
   size_t line = Wire::kMaxLine;      // bytes of one connection without a line feed
   size_t total = size_t{256} << 20;  // bytes buffered across all connections
@@ -35,6 +37,8 @@ class Router {
     virtual void finish(ConnId conn, std::string bytes) = 0;
     // Closes the connection without a word (it broke the protocol or a limit).
     virtual void drop(ConnId conn) = 0;
+    // Bytes written to the connection that the peer has not taken yet.
+    virtual size_t unsent(ConnId) const { return 0; }
   };
   // Runs a control command (the "_command" object of a line) and returns its answer.
   using CommandHandler = std::function<Json(const Json& command)>;
@@ -55,6 +59,8 @@ class Router {
 
   size_t connections() const { return conns_.size(); }
   size_t holding() const;
+  // Connections following the snapshot.
+  size_t following() const;
   // Bytes of unfinished lines across all connections.
   size_t buffered() const { return buffered_; }
 
@@ -62,7 +68,8 @@ class Router {
   struct Conn {
     std::string buffer;
     std::optional<std::string> held;
-    bool finished = false;  // answered or cut off: nothing more is written to it
+    bool finished = false;   // answered or cut off: nothing more is written to it
+    bool following = false;  // gets the snapshot on every change (see Subscribers)
   };
 
   void dispatch(ConnId conn, std::string_view line);
@@ -84,4 +91,5 @@ class Router {
   size_t buffered_ = 0;
   std::optional<Loop::TaskId> alive_;
   std::shared_ptr<Router*> self_;
+  std::unique_ptr<Subscribers> subscribers_;
 };

@@ -16,6 +16,8 @@
 //   - `kHold`: the request waits for the user (a permission prompt, a question, a reply window).
 //     While it waits the app writes `kAlive` every `kAliveEvery` seconds; the answer line comes
 //     when the user decides, then the connection closes.
+//   - for {"_command":{"type":"subscribe"}}: the snapshot as one line of compact JSON at once
+//     and again after changes, until either side closes (see bridge/subscribers.h).
 // Only the app decides which requests wait; a client just follows the lines.
 //
 // Deadlines on the client side: connecting, sending and the first line together take at most

@@ -48,6 +48,16 @@ std::string parent(std::string_view path) {
   return std::string(path.substr(0, slash));
 }
 
+std::string executable() {
+  char buf[4096];
+  ssize_t n = ::readlink("/proc/self/exe", buf, sizeof buf - 1);
+  if (n <= 0) return {};
+  std::string path(buf, static_cast<size_t>(n));
+  constexpr std::string_view kDeleted = " (deleted)";
+  if (path.ends_with(kDeleted)) path.resize(path.size() - kDeleted.size());
+  return path;
+}
+
 bool makeDirs(const std::string& path, unsigned mode) {
   if (path.empty()) return false;
   struct stat st;

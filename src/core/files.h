@@ -29,4 +29,8 @@ std::optional<std::string> writeAtomic(const std::string& path, std::string_view
 
 std::string parent(std::string_view path);
 
+// The running executable's path, without the " (deleted)" the kernel adds once a package
+// upgrade has replaced the file; empty when it cannot be read.
+std::string executable();
+
 }  // namespace Files

@@ -152,7 +152,16 @@ void Hub::changed() {
   later(0, [](Hub& hub) {
     hub.pushScheduled_ = false;
     hub.onChange();
+    std::erase_if(hub.listeners_, [](const auto& weak) { return weak.expired(); });
+    for (const auto& weak : std::vector(hub.listeners_))
+      if (auto listener = weak.lock()) (*listener)();
   });
+}
+
+Hub::Listener Hub::listen(std::function<void()> callback) {
+  auto listener = std::make_shared<std::function<void()>>(std::move(callback));
+  listeners_.push_back(listener);
+  return listener;
 }
 
 void Hub::openRequest(Session& session, Pending request, Reply reply) {

@@ -149,6 +149,9 @@ class Hub {
   void later(double seconds, std::function<void(Hub&)> task);
 
   std::function<void()> onChange = [] {};
+  // A further listener told after `onChange`, for as long as the returned handle is kept.
+  using Listener = std::shared_ptr<std::function<void()>>;
+  [[nodiscard]] Listener listen(std::function<void()> callback);
   std::function<void()> onAttention = [] {};
   // Whether the user has the panel open by their own choice right now (the panel sets it; a
   // headless run has nobody looking).
@@ -187,6 +190,7 @@ class Hub {
   std::unordered_map<std::string, Reply> responders_;
   std::optional<PrNews> prNews_;
   bool pushScheduled_ = false;
+  std::vector<std::weak_ptr<std::function<void()>>> listeners_;
   std::optional<Loop::TaskId> ticker_;
   Date lastSlowTick_ = 0;
   std::shared_ptr<Hub*> self_;  // weak handles to this hub for queued tasks

@@ -9,7 +9,11 @@
 
 namespace Processes {
 
-std::optional<uint64_t> startTime(int32_t pid) {
+namespace {
+
+// The fields of /proc/<pid>/stat after the command name, which may hold blanks and
+// parentheses: they are counted from the last closing parenthesis.
+std::optional<std::string> statFields(int32_t pid) {
   if (pid <= 0) return std::nullopt;
   char path[32];
   std::snprintf(path, sizeof path, "/proc/%d/stat", static_cast<int>(pid));
@@ -20,19 +24,42 @@ std::optional<uint64_t> startTime(int32_t pid) {
   ::close(fd);
   if (n <= 0) return std::nullopt;
   buf[n] = '\0';
-  // "pid (comm) state ppid ... starttime ...": comm may hold blanks and parentheses, so the
-  // fields are counted from the last closing parenthesis; starttime is the 20th after it.
   const char* rest = std::strrchr(buf, ')');
+  if (!rest) return std::nullopt;
+  return std::string(rest + 1);
+}
+
+}  // namespace
+
+std::optional<uint64_t> startTime(int32_t pid) {
+  // "pid (comm) state ppid ... starttime ...": starttime is the 20th field after the name.
+  std::optional<std::string> rest = statFields(pid);
   if (!rest) return std::nullopt;
   char state = 0;
   unsigned long long start = 0;
   if (std::sscanf(
-          rest + 1,
+          rest->c_str(),
           " %c %*d %*d %*d %*d %*d %*u %*u %*u %*u %*u %*u %*u %*d %*d %*d %*d %*d %*d %llu",
           &state, &start) != 2)
     return std::nullopt;
   if (state == 'Z' || state == 'X') return std::nullopt;  // it has exited, unreaped or not
   return static_cast<uint64_t>(start);
+}
+
+std::optional<int32_t> parent(int32_t pid) {
+  std::optional<std::string> rest = statFields(pid);
+  int ppid = 0;
+  if (!rest || std::sscanf(rest->c_str(), " %*c %d", &ppid) != 1) return std::nullopt;
+  return ppid;
+}
+
+std::vector<int32_t> ancestors(int32_t pid, size_t max) {
+  std::vector<int32_t> chain;
+  while (pid > 1 && chain.size() < max) {
+    chain.push_back(pid);
+    pid = parent(pid).value_or(0);
+  }
+  return chain;
 }
 
 bool headlessArgs(const std::vector<std::string>& args) {

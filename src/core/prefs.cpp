@@ -54,7 +54,7 @@ std::optional<HotKey::Combo> parseCombo(const Json& value) {
 }
 
 constexpr std::array kIntegerKeys{"hideAfter", "replyWindow"};
-constexpr std::array kBoolKeys{"autoOpen", "autoUpdate", "optionTap", "glass"};
+constexpr std::array kBoolKeys{"autoOpen", "autoUpdate", "optionTap", "glass", "notifyAnswers"};
 
 }  // namespace
 
@@ -76,11 +76,18 @@ bool optionTap(const Defaults& d) {
 bool glass(const Defaults& d) {
   return d.boolean("glass", false);
 }
+bool notifyAnswers(const Defaults& d) {
+  return d.boolean("notifyAnswers", false);
+}
 std::string shape(const Defaults& d) {
   return oneOf(d, "shape", {"auto", "notch", "pill"});
 }
 std::string theme(const Defaults& d) {
   return oneOf(d, "theme", {"auto", "light", "dark"});
+}
+std::string screen(const Defaults& d) {
+  const Json& v = d.get("screen");
+  return v.is_string() && !v.get_ref<const std::string&>().empty() ? v.get<std::string>() : "auto";
 }
 std::string replyHold(const Defaults& d) {
   return oneOf(d, "replyHold", {"auto", "always", "never"});
@@ -165,8 +172,10 @@ Json json(const Defaults& d) {
       {"optionTap", optionTap(d)},
       {"optionTapReady", false},
       {"glass", glass(d)},
+      {"notifyAnswers", notifyAnswers(d)},
       {"theme", theme(d)},
       {"replyHold", replyHold(d)},
+      {"screen", screen(d)},
       {"version", Version::kVersion},
       {"openKey", comboJson(comboOrDefault(d, HotKey::Action::open))},
       {"talkKey", comboJson(comboOrDefault(d, HotKey::Action::talk))},
@@ -198,7 +207,7 @@ std::optional<std::string> set(Defaults& d, std::string_view key, const Json& va
     d.set(key, value);
     return std::nullopt;
   }
-  if (key == "shape" || key == "theme" || key == "replyHold") {
+  if (key == "shape" || key == "theme" || key == "replyHold" || key == "screen") {
     if (!value.is_string()) return std::string(key) + " must be a string";
     d.set(key, value);
     return std::nullopt;
@@ -211,10 +220,8 @@ std::optional<std::string> set(Defaults& d, std::string_view key, const Json& va
   }
   if (key == "openAtLogin") {
     if (!value.is_boolean()) return std::string("openAtLogin must be true or false");
-    char exe[4096];
-    ssize_t n = ::readlink("/proc/self/exe", exe, sizeof exe - 1);
-    std::string path = n > 0 ? std::string(exe, static_cast<size_t>(n)) : "vantler";
-    return setOpenAtLogin(value.get<bool>(), path);
+    std::string path = Files::executable();
+    return setOpenAtLogin(value.get<bool>(), path.empty() ? "vantler" : path);
   }
   return "unknown setting " + std::string(key);
 }

@@ -21,10 +21,15 @@ bool autoOpen(const Defaults& d);    // default false
 bool autoUpdate(const Defaults& d);  // default true
 bool optionTap(const Defaults& d);   // default true
 bool glass(const Defaults& d);       // default false
+// Desktop notifications with the answers for requests the user cannot see. Default false.
+bool notifyAnswers(const Defaults& d);
 // "auto", "notch" or "pill"; anything else reads as "auto".
 std::string shape(const Defaults& d);
 // "auto", "light" or "dark"; anything else reads as "auto".
 std::string theme(const Defaults& d);
+// The display the panel hangs from: "auto" (the one the pointer was last on, where the desktop
+// tells; else the primary) or a screen key. Default "auto".
+std::string screen(const Defaults& d);
 // When a finished turn's hook is held open for a reply: "auto" (only while the user has the
 // panel open and the agent runs interactively), "always" or "never". Default "auto".
 std::string replyHold(const Defaults& d);

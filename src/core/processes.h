@@ -18,4 +18,11 @@ bool headless(int32_t pid);
 // The same decision on an argument list (argv[0] first).
 bool headlessArgs(const std::vector<std::string>& args);
 
+// The parent of a process; nothing when it cannot be read.
+std::optional<int32_t> parent(int32_t pid);
+// The process and its ancestors, nearest first, up to (not including) init and at most `max`.
+// Where a terminal runs a program, the terminal is one of them: the window that shows a
+// program belongs to the nearest of these that has one.
+std::vector<int32_t> ancestors(int32_t pid, size_t max = 32);
+
 }  // namespace Processes

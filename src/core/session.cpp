@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <utility>
 
 #include "core/hosts.h"
 #include "core/json_writer.h"
@@ -216,8 +217,42 @@ std::string Session::projectRoot(const std::string& path, const std::string& hom
 
 namespace Jump {
 std::optional<std::string> hostName(const Session& session) {
+  // The names people know these programs by, where their executables are named otherwise.
+  static constexpr std::pair<std::string_view, std::string_view> kNames[] = {
+      {"gnome-terminal-server", "GNOME Terminal"},
+      {"gnome-terminal", "GNOME Terminal"},
+      {"konsole", "Konsole"},
+      {"wezterm-gui", "WezTerm"},
+      {"wezterm", "WezTerm"},
+      {"xterm", "XTerm"},
+      {"uxterm", "XTerm"},
+      {"alacritty", "Alacritty"},
+      {"tilix", "Tilix"},
+      {"terminator", "Terminator"},
+      {"xfce4-terminal", "Xfce Terminal"},
+      {"kgx", "Console"},
+      {"ptyxis", "Ptyxis"},
+      {"ghostty", "Ghostty"},
+      {"code", "VS Code"},
+      {"code-insiders", "VS Code Insiders"},
+      {"code-oss", "Code - OSS"},
+      {"codium", "VSCodium"},
+      {"vscodium", "VSCodium"},
+      {"cursor", "Cursor"},
+      {"windsurf", "Windsurf"},
+      {"zed", "Zed"},
+      {"zeditor", "Zed"},
+      {"zed-editor", "Zed"},
+      {"sublime_text", "Sublime Text"},
+      {"idea", "IntelliJ IDEA"},
+      {"idea64", "IntelliJ IDEA"},
+  };
   if (session.agent == Agent::cursor) return "Cursor";
   if (session.agent == Agent::codex && !session.hostBundle) return "Codex";
+  if (!session.hostBundle) return std::nullopt;
+  const std::string exe = lastPathComponent(*session.hostBundle);
+  for (const auto& [file, name] : kNames)
+    if (exe == file) return std::string(name);
   std::string name = hostFileName(session.hostBundle, false);
   if (name.empty()) return std::nullopt;
   return name;

@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "core/files.h"
+#include "install_dirs.h"
 #include "integrations/installers.h"
 
 namespace HookInstaller {
@@ -69,12 +70,10 @@ const std::string& command() {
 
 std::optional<std::string> bundledBinary() {
   if (const auto& path = sourceOverride()) return isRegularFile(*path) ? path : std::nullopt;
-  char exe[4096];
-  ssize_t n = ::readlink("/proc/self/exe", exe, sizeof exe - 1);
-  if (n <= 0) return std::nullopt;
-  std::string dir = Files::parent(std::string(exe, static_cast<size_t>(n)));
-  for (std::string candidate :
-       {dir + "/vantler-hook", Files::parent(dir) + "/libexec/vantler/vantler-hook"})
+  std::string exe = Files::executable();
+  if (exe.empty()) return std::nullopt;
+  std::string dir = Files::parent(exe);
+  for (std::string candidate : {dir + "/vantler-hook", dir + "/" + InstallDirs::kHook})
     if (isRegularFile(candidate)) return candidate;
   return std::nullopt;
 }

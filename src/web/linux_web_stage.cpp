@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "core/files.h"
 #include "web/web_root.h"
 
 namespace {
@@ -18,12 +19,8 @@ std::string& servedRoot() {
 }
 
 std::string executableDir() {
-  char buf[PATH_MAX];
-  ssize_t n = ::readlink("/proc/self/exe", buf, sizeof buf - 1);
-  if (n <= 0) return {};
-  std::string path(buf, static_cast<size_t>(n));
-  auto slash = path.rfind('/');
-  return slash == std::string::npos ? std::string() : path.substr(0, slash);
+  std::string path = Files::executable();
+  return path.empty() ? std::string() : Files::parent(path);
 }
 
 std::string workingDir() {

@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <utility>
 
+#include "install_dirs.h"
+
 namespace WebRoot {
 namespace {
 
@@ -86,7 +88,7 @@ std::vector<std::string> candidates(const char* webDirEnv, const std::string& ex
   std::vector<std::string> dirs;
   if (webDirEnv && *webDirEnv) dirs.emplace_back(webDirEnv);
   if (!executableDir.empty()) {
-    dirs.push_back(executableDir + "/../share/vantler/web");
+    dirs.push_back(executableDir + "/" + InstallDirs::kWeb);
     dirs.push_back(executableDir + "/web");
   }
   if (!workingDir.empty()) dirs.push_back(workingDir + "/web/dist");

@@ -234,6 +234,23 @@ class Desktop:
         del self.procs[keep:]
 
 
+def agent_in(s, env, terminal, session):
+    """Starts `terminal` (its argv up to the command it runs) with a fake agent that reports
+    `session`; returns the terminal once Vantler knows the session."""
+    wait_for(lambda: s.command(env, 'state')[0] == 0, 15, 'Vantler listening')
+    proc = s.start([*terminal, '/usr/bin/python3', os.path.join(HERE, 'fake_agent.py'), s.build,
+                    session], env)
+    wait_for(lambda: f'"claude:{session}"' in s.command(env, 'state')[1] or not proc.running(),
+             15, f'the session {session} reported from {terminal[0]}')
+    check(proc.running(), f'{terminal[0]} exited: ' + proc.output('.err')[-500:])
+    return proc
+
+
+def jump(s, env, session):
+    code, out = s.command(env, 'jump', 'claude:' + session)
+    check(code == 0, f'vantler jump failed: {out}')
+
+
 def centre(box):
     return (box[0] + box[2]) // 2, (box[1] + box[3]) // 2
 
@@ -263,6 +280,42 @@ def pill_click_through_and_hover(s, prefix):
     s.mouse(W // 2, 900)
     s.wait_drawn(top_pill, 5, 'the panel collapsed after the pointer left')
     check(app.running(), 'vantler exited')
+
+
+def drag_restart_place_kept(s, prefix):
+    """The open panel dragged by its strip and dropped lower left becomes a pill there; the
+    place is stored and kept across a restart."""
+    env = s.home({'onboarded': True})
+    app = s.vantler(env)
+    box = s.wait_drawn(top_pill, 20, 'the pill')
+    s.mouse(W // 2, box[1] + 5)
+    box = s.wait_drawn(opened, 5, 'the panel opened by hovering')
+    x, y = box[0] + 120, box[1] + 20  # on the strip, beside its title
+    s.mouse(x, y)
+    s.button(True)
+    for dx in (3, 6, 9):  # a few points along the strip first, as a hand would
+        s.mouse(x + dx, y)
+        time.sleep(0.05)
+    for i in range(1, 21):
+        s.mouse(x + (400 - x) * i // 20, y + (600 - y) * i // 20)
+        time.sleep(0.02)
+    s.button(False)
+    s.mouse(W - 100, H - 100)
+
+    def near_drop(b):
+        return b if pill(b) and abs(centre(b)[0] - 400) <= 80 and abs(centre(b)[1] - 600) <= 80 \
+            else None
+    dropped = s.wait_drawn(near_drop, 5, 'the pill where it was dropped near (400, 600)',
+                           prefix + '-dragged')
+    with open(os.path.join(env['XDG_CONFIG_HOME'], 'vantler/defaults.json')) as f:
+        check('placement.screen' in json.load(f), 'no placement stored after the drop')
+    check(s.command(env, 'quit')[0] == 0, 'vantler quit failed')
+    app.wait(5, 'vantler after quit')
+    s.vantler(env)
+    again = s.wait_drawn(near_drop, 20, 'the pill at the remembered place after a restart',
+                         prefix + '-restarted-at-place')
+    check(all(abs(a - b) <= 4 for a, b in zip(again, dropped)),
+          f'the pill moved from {dropped} to {again} across a restart')
 
 
 def accessible(name, roles=('push button',), seconds=10):

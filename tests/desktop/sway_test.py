@@ -1,19 +1,56 @@
 #!/usr/bin/env python3
 """The desktop app on a Wayland compositor with layer-shell: headless sway, the real `vantler`
 and `vantler-hook`, checked on grim screenshots. Headless sway has no input device, so wayvnc
-supplies a virtual pointer and `swaymsg seat - cursor` drives it.
+supplies a virtual pointer, driven through its VNC socket (sway forwards no warp made with
+`swaymsg seat - cursor` while a button is held, so a drag needs real pointer motion).
 Usage: sway_test.py BUILD_DIR [case ...]"""
 import json
 import os
 import pwd
+import socket
+import struct
 import subprocess
 import sys
 
 sys.dont_write_bytecode = True  # keep the source tree clean
-from harness import (H, W, Desktop, check, fixture, main, opened, pill_click_through_and_hover,
-                     skip, top_pill, wait_for)
+from harness import (H, W, Desktop, agent_in, check, drag_restart_place_kept, fixture, jump, main,
+                     opened,
+                     pill_click_through_and_hover, skip, top_pill, wait_for)
 
 USER = 'vantlertest'  # sway refuses to run as root
+
+
+class Vnc:
+    """The RFB client side, just enough to move wayvnc's virtual pointer and press its left
+    button: no security, no framebuffer."""
+
+    def __init__(self, path):
+        self.sock = socket.socket(socket.AF_UNIX)
+        self.sock.settimeout(5)
+        self.sock.connect(path)
+        check(self.read(12).startswith(b'RFB 003.'), 'not a VNC server')
+        self.sock.sendall(b'RFB 003.008\n')
+        offered = self.read(self.read(1)[0])
+        check(1 in offered, f'the VNC server asks for authentication ({list(offered)})')
+        self.sock.sendall(b'\x01')
+        check(struct.unpack('>I', self.read(4))[0] == 0, 'the VNC server refused us')
+        self.sock.sendall(b'\x01')  # shared
+        self.read(20)  # size and pixel format
+        self.read(struct.unpack('>I', self.read(4))[0])  # desktop name
+        self.mask, self.at = 0, (0, 0)
+
+    def read(self, n):
+        data = b''
+        while len(data) < n:
+            chunk = self.sock.recv(n - len(data))
+            check(chunk, 'the VNC server closed the connection')
+            data += chunk
+        return data
+
+    def pointer(self, at=None, down=None):
+        self.at = at or self.at
+        self.mask = self.mask if down is None else int(down)
+        self.sock.sendall(struct.pack('>BBHH', 5, self.mask, *self.at))
 
 
 class Sway(Desktop):
@@ -44,7 +81,10 @@ class Sway(Desktop):
         self.env.update(SWAYSOCK=os.path.join(run_dir, socket[0]),
                         WAYLAND_DISPLAY=os.path.join(run_dir, 'wayland-1'))
         self.start_bus()
-        self.start(['wayvnc', '--unix-socket', os.path.join(self.tmp, 'vnc')])
+        vnc = os.path.join(self.tmp, 'vnc')
+        self.start(['wayvnc', '--unix-socket', vnc])
+        wait_for(lambda: os.path.exists(vnc), 10, 'wayvnc')
+        self.vnc = Vnc(vnc)
         wait_for(lambda: '"pointer"' in self.swaymsg('-t', 'get_inputs'), 10, 'a pointer')
         self.clicker()
         self.mouse(100, 900)
@@ -70,12 +110,15 @@ class Sway(Desktop):
 
     def mouse(self, x, y):
         self.pointer = (x, y)
-        self.swaymsg('seat', '-', 'cursor', 'set', str(x), str(y))
+        self.vnc.pointer(at=(x, y))
 
     def click(self, x, y):
         self.mouse(x, y)
-        self.swaymsg('seat', '-', 'cursor', 'press', 'button1')
-        self.swaymsg('seat', '-', 'cursor', 'release', 'button1')
+        self.button(True)
+        self.button(False)
+
+    def button(self, down):
+        self.vnc.pointer(down=down)
 
     def grab(self, path):
         subprocess.run(self.wrap(['grim', '-t', 'ppm', path], self.env), check=True, timeout=20)
@@ -84,12 +127,20 @@ class Sway(Desktop):
 HERE_FILE = os.path.abspath(__file__)
 
 
-def windows(s):
+def views(s):
     def walk(node):
         yield from (n for c in node.get('nodes', []) + node.get('floating_nodes', [])
                     for n in [c, *walk(c)])
-    return [n.get('app_id') or n.get('name') for n in walk(json.loads(s.swaymsg('-t', 'get_tree')))
+    return [n for n in walk(json.loads(s.swaymsg('-t', 'get_tree')))
             if n.get('type') in ('con', 'floating_con') and n.get('pid')]
+
+
+def windows(s):
+    return [n.get('app_id') or n.get('name') for n in views(s)]
+
+
+def focused(s):
+    return next((n.get('app_id') for n in views(s) if n.get('focused')), None)
 
 
 def layer_surface_pill_click_through_and_hover(s):
@@ -109,6 +160,22 @@ def layer_peek_then_quit_releases(s):
           'the released hook printed ' + hook.output())
 
 
+def layer_drag_and_remembered_place(s):
+    drag_restart_place_kept(s, 'sway')
+
+
+def jump_focuses_the_terminal(s):
+    env = s.home({'onboarded': True})
+    s.vantler(env)
+    agent_in(s, env, ['foot'], 'in-foot')
+    wait_for(lambda: 'foot' in windows(s), 10, 'the foot window')
+    s.swaymsg('[app_id=clicker] focus')
+    wait_for(lambda: focused(s) == 'clicker', 5, 'the focus on the click window')
+    jump(s, env, 'in-foot')
+    wait_for(lambda: focused(s) == 'foot', 5, 'the foot window focused after the jump')
+
+
 if __name__ == '__main__':
-    main(Sway, [layer_surface_pill_click_through_and_hover, layer_peek_then_quit_releases],
+    main(Sway, [layer_surface_pill_click_through_and_hover, layer_peek_then_quit_releases,
+                layer_drag_and_remembered_place, jump_focuses_the_terminal],
          ('sway', 'grim', 'wayvnc'))

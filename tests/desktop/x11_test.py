@@ -8,13 +8,15 @@ import random
 import re
 import shlex
 import shutil
+import signal
 import subprocess
 import sys
 import time
 
 sys.dont_write_bytecode = True  # keep the source tree clean
-from harness import (H, W, Desktop, accessible, centre, check, extents, fixture, main, opened,
-                     pill, pill_click_through_and_hover, press, top_pill, wait_for)
+from harness import (HERE, H, W, Desktop, accessible, agent_in, centre, check,
+                     drag_restart_place_kept, extents, fixture, jump, main, opened,
+                     pill_click_through_and_hover, press, top_pill, wait_for)
 
 PERMISSION_ALLOWED = {'hookSpecificOutput': {'hookEventName': 'PermissionRequest',
                                              'decision': {'behavior': 'allow'}}}
@@ -58,6 +60,9 @@ class X11(Desktop):
     def click(self, x, y):
         self.xdotool('mousemove', x, y, 'click', 1)
 
+    def button(self, down):
+        self.xdotool('mousedown' if down else 'mouseup', 1)
+
     def grab(self, path):
         subprocess.run(['import', '-window', 'root', '-depth', '8', path], env=self.env,
                        check=True, timeout=20)
@@ -72,16 +77,42 @@ def rest_hover_and_click_through(s):
     pill_click_through_and_hover(s, 'x11')
 
 
-def peek_and_allow(s):
+def peek_at(s, request, shot):
+    """A request through the real `vantler-hook` makes the panel peek; returns the waiting
+    hook and what is drawn."""
     env, _ = start_app(s, {'onboarded': True, 'autoOpen': True})
     s.wait_drawn(top_pill, 20, 'the pill')
-    hook = s.hook(env, fixture('claude_permission.json'))
-    s.wait_drawn(opened, 5, 'the panel peeking at a permission request', 'x11-peeking')
+    hook = s.hook(env, fixture(request))
+    box = s.wait_drawn(opened, 5, f'the panel peeking at {request}', shot)
     check(hook.running(), 'the hook did not wait for an answer: ' + hook.output())
+    return hook, box
+
+
+def answer(hook, what):
+    check(hook.wait(5, f'the hook after {what}') == 0, 'the hook failed: ' + hook.output())
+    return json.loads(hook.output() or 'null')
+
+
+def peek_and_allow(s):
+    hook, _ = peek_at(s, 'claude_permission.json', 'x11-peeking')
     press('Allow')
-    check(hook.wait(5, 'the hook after Allow') == 0, 'the hook failed: ' + hook.output())
-    check(json.loads(hook.output()) == PERMISSION_ALLOWED, 'hook printed ' + hook.output())
+    out = answer(hook, 'Allow')
+    check(out == PERMISSION_ALLOWED, f'hook printed {out}')
     s.wait_drawn(top_pill, 10, 'the peek ending by itself, the pointer away')
+
+
+def questions_answered_in_panel(s):
+    hook, box = peek_at(s, 'claude_question.json', 'x11-question')
+    s.mouse(W // 2, box[1] + 40)  # looking at it: the panel stays open past the peek
+    options = ('toggle button', 'push button')
+    for choice in ('Postgres', 'staging', 'production'):
+        press(choice, options)
+    press('Send answers')
+    out = answer(hook, 'Send answers')
+    decision = out and out['hookSpecificOutput']['decision']
+    check(decision and decision['behavior'] == 'allow' and decision['updatedInput']['answers'] ==
+          {'Which session store should we use?': 'Postgres',
+           'Which environments need the fix?': 'staging, production'}, f'hook printed {out}')
 
 
 def reply_typed_in_panel(s):
@@ -110,36 +141,7 @@ def reply_typed_in_panel(s):
 
 
 def drag_and_remembered_place(s):
-    env, app = start_app(s)
-    box = s.wait_drawn(top_pill, 20, 'the pill')
-    s.mouse(W // 2, box[1] + 5)
-    box = s.wait_drawn(opened, 5, 'the panel opened by hovering')
-    x, y = box[0] + 120, box[1] + 20  # on the strip, beside its title
-    s.mouse(x, y)
-    s.xdotool('mousedown', 1)
-    for dx in (3, 6, 9):  # a few points along the strip first, as a hand would
-        s.mouse(x + dx, y)
-        time.sleep(0.05)
-    for i in range(1, 21):
-        s.mouse(x + (400 - x) * i // 20, y + (600 - y) * i // 20)
-        time.sleep(0.02)
-    s.xdotool('mouseup', 1)
-    s.mouse(W - 100, H - 100)
-
-    def near_drop(b):
-        return b if pill(b) and abs(centre(b)[0] - 400) <= 80 and abs(centre(b)[1] - 600) <= 80 \
-            else None
-    dropped = s.wait_drawn(near_drop, 5, 'the pill where it was dropped near (400, 600)',
-                           'x11-dragged')
-    with open(os.path.join(env['XDG_CONFIG_HOME'], 'vantler/defaults.json')) as f:
-        check('placement.screen' in json.load(f), 'no placement stored after the drop')
-    check(s.command(env, 'quit')[0] == 0, 'vantler quit failed')
-    app.wait(5, 'vantler after quit')
-    s.vantler(env)
-    again = s.wait_drawn(near_drop, 20, 'the pill at the remembered place after a restart',
-                         'x11-restarted-at-place')
-    check(all(abs(a - b) <= 4 for a, b in zip(again, dropped)),
-          f'the pill moved from {dropped} to {again} across a restart')
+    drag_restart_place_kept(s, 'x11')
 
 
 def second_instance_takes_over(s):
@@ -157,26 +159,29 @@ def second_instance_takes_over(s):
     check(second.running(), 'the second vantler exited: ' + second.output())
 
 
-def commands_and_themes(s):
-    light = {}
-    for theme in ('light', 'dark'):
-        env, app = start_app(s, {'onboarded': True, 'theme': theme})
-        s.wait_drawn(top_pill, 20, 'the pill')
-        s.drawn(f'x11-at-rest-{theme}')
-        check(s.command(env, 'open')[0] == 0, 'vantler open failed')
-        box = s.wait_drawn(opened, 5, 'the panel opened by `vantler open`', f'x11-open-{theme}')
-        light[theme] = s.drawn()[1].luminance(box)
-        s.click_through((W // 2, 600))  # inside the panel's window, below what it paints
-        code, out = s.command(env, 'quit')
-        check(code == 0, 'vantler quit: ' + out)
-        check(app.wait(5, 'vantler after quit') == 0, 'vantler exited with an error')
-        wait_for(lambda: s.drawn()[0] is None, 5, 'the screen empty after quit')
-    check(light['light'] > light['dark'] + 40, f'open panel brightness by theme: {light}')
-    s.vantler(env)
-    s.wait_drawn(top_pill, 20, 'the pill')
+def commands_and_theme_following_the_desktop(s):
+    """The theme "auto" follows the desktop portal's colour scheme while running; `vantler
+    open`, `quit` and `toggle` reach the app."""
+    portal = s.start(['/usr/bin/python3', os.path.join(HERE, 'portal.py'), '1'])
+    wait_for(lambda: 'ready' in portal.output() or not portal.running(), 10, 'the portal')
+    env, app = start_app(s)
+    s.wait_drawn(top_pill, 20, 'the pill', 'x11-at-rest-dark')
+    check(s.command(env, 'open')[0] == 0, 'vantler open failed')
+    box = s.wait_drawn(opened, 5, 'the panel opened by `vantler open`', 'x11-open-dark')
+    dark = s.drawn()[1].luminance(box)
+    portal.p.send_signal(signal.SIGUSR1)  # the desktop turns light
+    wait_for(lambda: s.drawn()[1].luminance(box) > dark + 40, 5, 'the panel turning light')
+    time.sleep(1)  # the view painted afresh: no dark pixels left at the rounded corners
+    s.drawn('x11-open-light')
+    s.click_through((W // 2, 600))  # inside the panel's window, below what it paints
+    s.wait_drawn(top_pill, 5, 'the panel closed by the click elsewhere', 'x11-at-rest-light')
     for expect, what in ((opened, 'opened'), (top_pill, 'closed')):
         check(s.command(env, 'toggle')[0] == 0, 'vantler toggle failed')
         s.wait_drawn(expect, 5, f'the panel {what} by `vantler toggle`')
+    code, out = s.command(env, 'quit')
+    check(code == 0, 'vantler quit: ' + out)
+    check(app.wait(5, 'vantler after quit') == 0, 'vantler exited with an error')
+    wait_for(lambda: s.drawn()[0] is None, 5, 'the screen empty after quit')
 
 
 def onboarding_and_login_item(s):
@@ -248,6 +253,47 @@ def reply_dictated(s):
     check(int(text[0].split()[0]) > 32000 - 1024, 'heard only ' + text[0])
 
 
+def jump_raises_the_terminal(s):
+    """An agent in xterm: its window becomes the active one (the daemon jumps). An agent in
+    kitty, in a tab another has covered: kitty's remote control selects its tab and the window
+    comes up (the desktop app jumps)."""
+    env = s.home({'onboarded': True})
+    daemon = s.vantler(env, 'daemon')
+    active = lambda: s.x(['xdotool', 'getactivewindow']).strip()
+
+    term = agent_in(s, env, ['xterm', '-e'], 'in-xterm')
+    xterm = wait_for(lambda: s.x(['xdotool', 'search', '--pid', str(term.p.pid)]).split(), 10,
+                     'the xterm window')[0]
+    s.click(W - 50, H - 50)  # the window under everything takes the focus
+    wait_for(lambda: active() not in ('', xterm), 5, 'the focus away from the xterm')
+    jump(s, env, 'in-xterm')
+    wait_for(lambda: active() == xterm, 5, 'the xterm window active after the jump')
+
+    daemon.stop()
+    s.vantler(env)
+    listen = 'unix:' + os.path.join(s.tmp, 'kitty.sock')
+    kitty = ['kitty', '@', '--to', listen]
+    term = agent_in(s, env, ['kitty', '-o', 'allow_remote_control=yes', '--listen-on', listen],
+                    'in-kitty')
+    window = wait_for(lambda: s.x(['xdotool', 'search', '--pid', str(term.p.pid)]).split(), 10,
+                      'the kitty window')[0]
+    # kitty draws with the software renderer here: its answers can take a while under load.
+    subprocess.run([*kitty, 'launch', '--type=tab', 'sleep', '600'], env=s.env, check=True,
+                   capture_output=True, timeout=60)
+
+    def agent_tab_focused():
+        ls = subprocess.run([*kitty, 'ls'], env=s.env, capture_output=True, timeout=60).stdout
+        tabs = [t for w in json.loads(ls) for t in w['tabs']]
+        return next(t['is_focused'] for t in tabs for w in t['windows']
+                    if 'fake_agent.py' in ' '.join(w['cmdline']))
+    wait_for(lambda: not agent_tab_focused(), 5, 'the new tab in front of the agent')
+    s.xdotool('windowactivate', xterm)
+    wait_for(lambda: active() == xterm, 5, 'the xterm window active again')
+    jump(s, env, 'in-kitty')
+    wait_for(agent_tab_focused, 5, "the agent's kitty tab selected after the jump")
+    wait_for(lambda: active() == window, 5, 'the kitty window active after the jump')
+
+
 def no_display(s):
     env = s.home({'onboarded': True})
     del env['DISPLAY']
@@ -258,7 +304,8 @@ def no_display(s):
 
 
 if __name__ == '__main__':
-    main(X11, [rest_hover_and_click_through, peek_and_allow, reply_typed_in_panel,
-         drag_and_remembered_place, second_instance_takes_over, commands_and_themes,
-         onboarding_and_login_item, reply_dictated, no_display],
+    main(X11, [rest_hover_and_click_through, peek_and_allow, questions_answered_in_panel,
+         reply_typed_in_panel, drag_and_remembered_place, second_instance_takes_over,
+         commands_and_theme_following_the_desktop, onboarding_and_login_item,
+         jump_raises_the_terminal, reply_dictated, no_display],
          ('Xvfb',))

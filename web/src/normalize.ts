@@ -114,12 +114,15 @@ export function session(v: unknown): Session {
 
 export const DEFAULT_SETTINGS: Settings = {
   shape: 'auto', replyWindow: 15, hideAfter: 120, autoOpen: false, openAtLogin: false,
-  autoUpdate: true, optionTap: true, optionTapReady: false, glass: false, theme: 'auto',
+  autoUpdate: true, optionTap: true, optionTapReady: false, glass: false, theme: 'auto', screen: 'auto',
   hooksInstalled: false, cursorInstalled: false, cursorAvailable: false, version: '',
-  openKey: null, talkKey: null, integrations: [],
+  openKey: null, talkKey: null, integrations: [], notifyAnswers: false,
+  update: { state: 'off', version: '', link: '', error: '' },
   speechServer: '', speechModel: '', speechKeySet: false, speechOffline: false, speechOfflineInstalled: false,
   punctuationServer: '', punctuationModel: '',
 };
+
+const UPDATE_STATES = ['off', 'idle', 'waiting', 'checking', 'current', 'newer', 'failed'] as const;
 
 export function settings(v: unknown): Settings {
   const r = obj(v);
@@ -135,6 +138,7 @@ export function settings(v: unknown): Settings {
     optionTapReady: bool(r.optionTapReady, d.optionTapReady),
     glass: bool(r.glass, d.glass),
     theme: str(r.theme, d.theme),
+    screen: str(r.screen, d.screen),
     hooksInstalled: bool(r.hooksInstalled),
     cursorInstalled: bool(r.cursorInstalled),
     cursorAvailable: bool(r.cursorAvailable),
@@ -150,6 +154,11 @@ export function settings(v: unknown): Settings {
         installed: bool(o.installed),
       };
     }),
+    notifyAnswers: bool(r.notifyAnswers),
+    update: (() => {
+      const u = obj(r.update);
+      return { state: oneOf(u.state, UPDATE_STATES, 'off'), version: str(u.version), link: str(u.link), error: str(u.error) };
+    })(),
     speechServer: str(r.speechServer),
     speechModel: str(r.speechModel),
     speechKeySet: bool(r.speechKeySet),
@@ -215,6 +224,7 @@ export function normalizeSnapshot(v: unknown): Snapshot {
     now: num(r.now, Date.now()),
     geo: geo(g),
     capabilities: capabilities(r.capabilities),
+    screens: arr(r.screens).map((x) => ({ key: str(obj(x).key), name: str(obj(x).name) })).filter((x) => x.key),
     trace: bool(r.trace),
   };
   if (flashId) snap.flash = flashId;

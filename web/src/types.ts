@@ -73,6 +73,8 @@ export interface Settings {
   optionTapReady: boolean;
   glass: boolean;
   theme: string;
+  /** "auto" or the key of the display the panel hangs from. */
+  screen: string;
   hooksInstalled: boolean;
   cursorInstalled: boolean;
   cursorAvailable: boolean;
@@ -80,6 +82,8 @@ export interface Settings {
   openKey: unknown;
   talkKey: unknown;
   integrations: Integration[];
+  notifyAnswers: boolean;
+  update: UpdateStatus;
   /** Dictation: a transcription server, its model and whether its key is in the secret store. */
   speechServer: string;
   speechModel: string;
@@ -90,6 +94,13 @@ export interface Settings {
   /** An optional chat server that punctuates dictated text. */
   punctuationServer: string;
   punctuationModel: string;
+}
+
+export interface UpdateStatus {
+  state: 'off' | 'idle' | 'waiting' | 'checking' | 'current' | 'newer' | 'failed';
+  version: string;
+  link: string;
+  error: string;
 }
 
 export interface Geo {
@@ -112,6 +123,8 @@ export interface Geo {
 export interface Capability { ready: boolean; reason: string }
 export interface Capabilities { voice: Capability; hotKeys: Capability; altTap: Capability; tray: Capability }
 
+export interface ScreenChoice { key: string; name: string }
+
 export interface Snapshot {
   open: boolean;
   sessions: Session[];
@@ -125,6 +138,7 @@ export interface Snapshot {
   prNews?: { id: string; kind: string };
   geo: Geo;
   capabilities: Capabilities;
+  screens: ScreenChoice[];
   trace: boolean;
 }
 

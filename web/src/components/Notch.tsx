@@ -208,6 +208,10 @@ export function Notch({ state, dispatch }: { state: UiState; dispatch: (a: Actio
     return () => ro.disconnect();
   }, [report]);
 
+  // While tracing, mark the first frame of each opening in the trace log (hover latency).
+  useLayoutEffect(() => {
+    if (open && snap.trace) requestAnimationFrame(() => post({ type: 'log', msg: 'FRAME open' }));
+  }, [open]);
   // Ask for today's usage whenever the panel opens.
   useEffect(() => { if (open) post({ type: 'usage' }); }, [open]);
   // Hold the panel open while settings are shown (the hold is dropped natively on "checkUpdates").
@@ -360,7 +364,7 @@ export function Notch({ state, dispatch }: { state: UiState; dispatch: (a: Actio
           {state.tour !== null ? (
             <Tour step={state.tour} dispatch={dispatch} />
           ) : state.view === 'settings' ? (
-            <SettingsView st={snap.settings} geo={geo} caps={snap.capabilities} usage={state.usage} onBack={() => dispatch({ type: 'closeSettings' })} />
+            <SettingsView st={snap.settings} geo={geo} caps={snap.capabilities} screens={snap.screens} usage={state.usage} onBack={() => dispatch({ type: 'closeSettings' })} />
           ) : (
             <>
               <QueueBar snap={snap} shown={shown} onPick={pick} />

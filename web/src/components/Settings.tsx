@@ -5,7 +5,7 @@ import { post } from '../bridge';
 import {
   DEFAULT_OPEN_KEY, DEFAULT_TALK_KEY, comboFromKey, comboLabel, comboText, formatCost, formatTokens, packCombo,
 } from '../logic';
-import type { Capabilities, Capability, Geo, Settings, Usage } from '../types';
+import type { Capabilities, Capability, Geo, ScreenChoice, Settings, Usage } from '../types';
 import { fieldFocus } from './Requests';
 import { Icon, Segmented, Switch } from './ui';
 
@@ -156,13 +156,36 @@ function Voice({ st }: { st: Settings }) {
   );
 }
 
+const UPDATE_WORDS: Record<string, string> = {
+  off: 'Update checks are off in this build; your package manager brings new versions.',
+  waiting: 'Checking for updates once no request waits…',
+  checking: 'Checking for updates…',
+  current: 'Vantler is up to date.',
+};
+
+function UpdateLine({ update }: { update: Settings['update'] }) {
+  if (update.state === 'newer')
+    return <p class="setting-note">Vantler {update.version} is available.{update.link && <> <a href={update.link}>See the release</a></>}</p>;
+  if (update.state === 'failed') return <p class="setting-note">Could not check for updates: {update.error}</p>;
+  const words = UPDATE_WORDS[update.state];
+  return words ? <p class="setting-note">{words}</p> : null;
+}
+
 /** One line saying why a facility does nothing in this session. */
 function Unavailable({ what }: { what: Capability }) {
   return !what.ready && what.reason ? <p class="setting-note is-unavailable">{what.reason}</p> : null;
 }
 
-export function SettingsView({ st, geo, caps, usage, onBack }: {
-  st: Settings; geo: Geo; caps: Capabilities; usage: Usage | null; onBack: () => void;
+/** Which display the panel hangs from, offered with more than one display attached. */
+function DisplayChoice({ value, screens }: { value: string; screens: ScreenChoice[] }) {
+  if (screens.length < 2) return null;
+  const options: [string, string][] = [['auto', 'Automatic'], ...screens.map((s): [string, string] => [s.key, s.name])];
+  if (!options.some(([k]) => k === value)) options.push([value, 'Not connected']);
+  return <Segmented label="Display" value={value} options={options} onChange={(v) => set('screen', v)} />;
+}
+
+export function SettingsView({ st, geo, caps, screens, usage, onBack }: {
+  st: Settings; geo: Geo; caps: Capabilities; screens: ScreenChoice[]; usage: Usage | null; onBack: () => void;
 }) {
   const [copied, setCopied] = useState(false);
   return (
@@ -175,6 +198,7 @@ export function SettingsView({ st, geo, caps, usage, onBack }: {
       <h3 class="group">Appearance</h3>
       <Segmented label="Theme" value={st.theme} options={[['auto', 'Auto'], ['light', 'Light'], ['dark', 'Dark']]} onChange={(v) => set('theme', v)} />
       <Segmented label="Shape" value={st.shape} options={[['auto', 'Auto'], ['notch', 'Notch'], ['pill', 'Pill']]} onChange={(v) => set('shape', v)} />
+      <DisplayChoice value={st.screen} screens={screens} />
       <Switch label="Glass" checked={st.glass} disabled={!geo.glassAvailable} onChange={(v) => set('glass', v)}
         note={geo.glassAvailable ? undefined : 'Not available on this desktop'} />
 
@@ -186,6 +210,8 @@ export function SettingsView({ st, geo, caps, usage, onBack }: {
         options={[[30, '30m'], [120, '2h'], [480, '8h'], [0, 'Never']]} onChange={(v) => set('hideAfter', v)} />
       <Switch label="Open at login" checked={st.openAtLogin} onChange={(v) => set('openAtLogin', v)} />
       <Switch label="Update automatically" checked={st.autoUpdate} onChange={(v) => set('autoUpdate', v)} />
+      <Switch label="Notify me when the panel is out of sight" checked={st.notifyAnswers}
+        onChange={(v) => set('notifyAnswers', v)} note="Answer requests from a desktop notification" />
 
       <h3 class="group">Keyboard</h3>
       <HotKeyField label="Open the panel" name="openKey" value={st.openKey} fallback={DEFAULT_OPEN_KEY} />
@@ -215,6 +241,7 @@ export function SettingsView({ st, geo, caps, usage, onBack }: {
         {geo.away && <button type="button" class="btn" onClick={() => post({ type: 'resetPosition' })}>Back to the top</button>}
         <button type="button" class="btn btn-deny" onClick={() => post({ type: 'quit' })}>Quit</button>
       </div>
+      <UpdateLine update={st.update} />
     </div>
   );
 }

@@ -1,0 +1,199 @@
+#include "integrations/linux_jump.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <utility>
+
+#include "core/processes.h"
+#include "integrations/tmux_replies.h"
+
+namespace {
+
+// Environments are a few KiB; a larger one is cut, which at worst hides a marker.
+constexpr size_t kMaxEnviron = 256 * 1024;
+// Programs between an agent and its terminal: a shell, a launcher, a multiplexer client.
+constexpr size_t kMaxLevels = 8;
+
+// The environment block of a process; nothing when it cannot be read (gone, another user's).
+std::optional<std::string> environOf(int32_t pid) {
+  char path[40];
+  std::snprintf(path, sizeof path, "/proc/%d/environ", static_cast<int>(pid));
+  int fd = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (fd < 0) return std::nullopt;
+  struct stat info;
+  std::string text;
+  if (::fstat(fd, &info) == 0 && S_ISREG(info.st_mode)) {
+    text.resize(kMaxEnviron);
+    size_t got = 0;
+    while (got < text.size()) {
+      ssize_t n = ::read(fd, text.data() + got, text.size() - got);
+      if (n <= 0) break;
+      got += static_cast<size_t>(n);
+    }
+    text.resize(got);
+  }
+  ::close(fd);
+  return text.empty() ? std::nullopt : std::optional<std::string>(std::move(text));
+}
+
+// The first line of what a command printed on failure.
+std::string firstLine(const std::string& text) {
+  std::string line = text.substr(0, text.find('\n'));
+  return line.size() > 200 ? line.substr(0, 200) : line;
+}
+
+}  // namespace
+
+TerminalJumper::TerminalJumper(Loop& loop, std::shared_ptr<WindowRaiser> raiser, Log log)
+    : raiser_(std::move(raiser)), log_(std::move(log)), runs_(loop) {}
+
+Jump::Facts TerminalJumper::facts(const Session& s) {
+  Jump::Facts f{s.agent, s.root, s.hostPid, s.hostBundle, s.tty, s.agentPid, false, {}};
+  if (!s.agentPid || *s.agentPid <= 1) return f;
+  for (int32_t pid : Processes::ancestors(*s.agentPid, kMaxLevels)) {
+    if (s.hostPid && pid == *s.hostPid) break;
+    std::optional<std::string> environ = environOf(pid);
+    if (pid == *s.agentPid) f.agentRunning = environ.has_value();
+    if (environ) Jump::readMarkers(*environ, f.markers);
+  }
+  return f;
+}
+
+void TerminalJumper::go(const Session& session) {
+  const std::string id = session.id;
+  Jump::Facts f = facts(session);
+  Jump::Plan plan = Jump::plan(f);
+  // Where only the window is raised, it is named as the page names it ("XTerm").
+  if (plan.place == Jump::Place::terminal)
+    plan.label = Jump::hostName(session).value_or(plan.label);
+  log_(id + ": " + std::string(Jump::name(plan.place)) +
+       (plan.label.empty() || plan.label == Jump::name(plan.place) ? "" : " (" + plan.label + ")"));
+  if (f.agentPid && !f.agentRunning)
+    log_(id + ": the agent process " + std::to_string(*f.agentPid) + " is gone or unreadable");
+  for (const std::string& note : plan.notes) log_(id + ": " + note);
+
+  switch (plan.place) {
+    case Jump::Place::unknown:
+      return;
+    case Jump::Place::editor:
+      if (!plan.open) return;
+      run(id, *plan.open, [this, id, plan](const Subprocesses::Result& r) {
+        // An editor's command that could not run: at least its window comes forward.
+        if (!r.exited0) raiseTerminalOf(id, plan.raiseFrom, plan.label);
+      });
+      return;
+    case Jump::Place::tmux:
+      tmux(id, plan, f.tty);
+      return;
+    case Jump::Place::konsole:
+      konsole(id, plan);
+      return;
+    default:
+      runAll(id, plan.select, 0,
+             [this, id, plan] { raiseTerminalOf(id, plan.raiseFrom, plan.label); });
+  }
+}
+
+void TerminalJumper::run(const std::string& id, const Jump::Command& command, Then then) {
+  Subprocesses::Options options{kDeadline, {}, command.env};
+  const std::string program = command.argv.front();
+  auto done = [this, id, program, then](const Subprocesses::Result& r) {
+    if (!r.finished)
+      log_(id + ": " + program + " did not answer within " + std::to_string(int(kDeadline)) + " s");
+    else if (!r.exited0)
+      log_(id + ": " + program + " failed: " + firstLine(r.err.empty() ? r.out : r.err));
+    if (then) then(r);
+  };
+  if (!runs_.run(command.argv, options, done)) {
+    log_(id + ": " + program + " cannot be run (not installed or not on PATH)");
+    if (then) then(Subprocesses::Result{});
+  }
+}
+
+void TerminalJumper::runAll(const std::string& id, std::vector<Jump::Command> commands, size_t next,
+                            std::function<void()> then) {
+  if (next >= commands.size()) return then();
+  Jump::Command command = commands[next];
+  run(id, command,
+      [this, id, commands = std::move(commands), next, then](const Subprocesses::Result&) {
+        runAll(id, commands, next + 1, then);
+      });
+}
+
+void TerminalJumper::tmux(const std::string& id, const Jump::Plan& plan,
+                          const std::optional<std::string>& tty) {
+  if (!plan.tmuxPane.empty()) return tmuxPane(id, plan, plan.tmuxPane);
+  std::vector<std::string> list = plan.tmux;
+  list.insert(list.end(), {"list-panes", "-a", "-F", "#{pane_id} #{pane_tty}"});
+  run(id, {list, {}}, [this, id, plan, tty](const Subprocesses::Result& r) {
+    std::optional<std::string> pane = Tmux::paneFor(r.out, tty.value_or(""));
+    if (pane) return tmuxPane(id, plan, *pane);
+    log_(id + ": no tmux pane shows " + tty.value_or("its terminal") +
+         ": raising the agent's own terminal");
+    raiseTerminalOf(id, plan.raiseFrom, plan.label);
+  });
+}
+
+void TerminalJumper::tmuxPane(const std::string& id, const Jump::Plan& plan,
+                              const std::string& pane) {
+  auto tmux = [server = plan.tmux](std::vector<std::string> args) {
+    std::vector<std::string> argv = server;
+    argv.insert(argv.end(), args.begin(), args.end());
+    return Jump::Command{argv, {}};
+  };
+  std::vector<Jump::Command> select = {
+      tmux({"select-window", "-t", pane}),
+      tmux({"select-pane", "-t", pane}),
+  };
+  runAll(id, select, 0, [this, id, plan, pane, tmux] {
+    run(id, tmux({"list-clients", "-F", "#{client_activity} #{client_pid} #{client_tty}"}),
+        [this, id, plan, pane, tmux](const Subprocesses::Result& r) {
+          std::optional<Jump::TmuxClient> client = Jump::activeClient(r.out);
+          if (!client) {
+            log_(id + ": no client is attached to the tmux server; the pane " + pane +
+                 " is selected for the next one");
+            return;
+          }
+          run(id, tmux({"switch-client", "-c", client->tty, "-t", pane}),
+              [this, id, pid = client->pid](const Subprocesses::Result&) {
+                raiseTerminalOf(id, pid, "tmux");
+              });
+        });
+  });
+}
+
+void TerminalJumper::konsole(const std::string& id, const Jump::Plan& plan) {
+  auto call = [service = plan.konsoleService](const std::string& path, const std::string& method,
+                                              std::vector<std::string> args) {
+    std::vector<std::string> argv = {"gdbus",         "call", "--session", "--dest", service,
+                                     "--object-path", path,   "--method",  method};
+    argv.insert(argv.end(), args.begin(), args.end());
+    return Jump::Command{argv, {}};
+  };
+  run(id, call("/Windows", "org.freedesktop.DBus.Introspectable.Introspect", {}),
+      [this, id, plan, call](const Subprocesses::Result& r) {
+        std::vector<Jump::Command> select;
+        for (const std::string& window : Jump::childNodes(r.out))
+          select.push_back(call("/Windows/" + window, "org.kde.konsole.Window.setCurrentSession",
+                                {plan.konsoleSession}));
+        if (select.empty() && r.exited0) log_(id + ": Konsole lists no windows");
+        runAll(id, select, 0,
+               [this, id, plan] { raiseTerminalOf(id, plan.raiseFrom, plan.label); });
+      });
+}
+
+void TerminalJumper::raiseTerminalOf(const std::string& id, std::optional<int32_t> pid,
+                                     const std::string& place) {
+  if (!pid) return;
+  std::vector<int32_t> pids = Processes::ancestors(*pid);
+  if (pids.empty()) {
+    log_(id + ": the process " + std::to_string(*pid) + " has gone; no window to raise");
+    return;
+  }
+  raiser_->raise(pids, place, [this, id](bool raised, const std::string& how) {
+    log_(id + ": " + (raised ? "raised " : "no window raised: ") + how);
+  });
+}
