@@ -43,6 +43,8 @@ test-desktop: build
 	@/usr/bin/python3 tests/desktop/x11_test.py $(BUILD)
 	@/usr/bin/python3 tests/desktop/sway_test.py $(BUILD)
 	@/usr/bin/python3 tests/dbus/dbus_test.py $(BUILD)
+	@/usr/bin/python3 tests/desktop/keys_test.py $(BUILD)
+	@/usr/bin/python3 tests/desktop/portal_test.py $(BUILD)
 
 # `make install` into a temporary prefix from the normal build: the installed app starts,
 # finds its page, its hook program and its desktop files.
@@ -110,6 +112,7 @@ bench:
 	@for b in $(BENCH_BUILD)/bench_*; do echo "== $$(basename $$b)"; $$b || exit 1; done
 	@if command -v Xvfb >/dev/null && command -v openbox >/dev/null && command -v xcompmgr >/dev/null; then \
 	  echo "== desktop app"; /usr/bin/python3 bench/desktop_bench.py $(BENCH_BUILD); \
+	  echo "== hot keys"; /usr/bin/python3 bench/keys_bench.py $(BENCH_BUILD); \
 	else echo "== desktop app: skipped (needs Xvfb, openbox and xcompmgr: scripts/deps.sh test)"; fi
 	@echo "== vantler status --follow"; /usr/bin/python3 bench/status_bench.py $(BENCH_BUILD)
 	@if [ -x scripts/test-web.sh ]; then scripts/test-web.sh bench; fi

@@ -92,13 +92,19 @@ class PanelTest : public ::testing::Test {
   std::unique_ptr<PanelController> panel;
 
   void start(bool arriving = false, PanelOptions options = {}) {
-    PanelServices services;
-    services.voice = voice;
     panel = std::make_unique<PanelController>(
         loop, hub, defaults, window, desktop,
         [this](const std::string& name, Json payload) { sent.emplace_back(name, payload); },
-        services, options);
+        services(), options);
     panel->show(arriving);
+  }
+  PanelServices services(std::shared_ptr<HotKeys> keys = nullptr,
+                         std::shared_ptr<Delivery> delivery = nullptr) {
+    PanelServices out;
+    out.voice = voice;
+    out.hotKeys = std::move(keys);
+    out.delivery = std::move(delivery);
+    return out;
   }
   void pointAt(double x, double y) { window.at = Point{x, y}; }
   std::vector<Json> messages(const std::string& name) const {
@@ -443,20 +449,76 @@ TEST_F(PanelTest, TalkWithoutSpeechRecognitionShowsTheError) {
   EXPECT_TRUE(hub.isOpen());
 }
 
-TEST_F(PanelTest, FinalDictationGoesToAWaitingSessionOrTheClipboard) {
-  start();
-  // Listening starts and stops; the final text follows.
+TEST_F(PanelTest, HotKeysPauseWhileRecordingAndReloadOnEveryChange) {
+  struct Keys final : HotKeys {
+    std::string calls;
+    void pause() override { calls += "pause "; }
+    void reload() override { calls += "reload "; }
+    void restartTap() override { calls += "tap "; }
+  };
+  auto keys = std::make_shared<Keys>();
+  panel = std::make_unique<PanelController>(
+      loop, hub, defaults, window, desktop, [](const std::string&, Json) {}, services(keys));
+  panel->show(false);
+  panel->handle({{"type", "recordingKey"}, {"on", true}});
+  HotKey::Combo combo{HotKey::code("KeyK").value(), HotKey::kControl | HotKey::kShift};
+  panel->handle({{"type", "setting"}, {"key", "openKey"}, {"value", combo.packed()}});
+  panel->handle({{"type", "recordingKey"}, {"on", false}});
+  panel->handle({{"type", "setting"}, {"key", "hideAfter"}, {"value", 30}});
+  panel->handle({{"type", "optionTapChanged"}});
+  EXPECT_EQ(keys->calls, "pause reload reload tap ");
+  EXPECT_EQ(Prefs::comboOrDefault(defaults, HotKey::Action::open), combo);
+  // Pressed keys reach the panel through the port.
+  keys->onOpen();
+  EXPECT_TRUE(hub.isOpen());
+  EXPECT_TRUE(panel->holds().count("keys"));
+}
+
+// The clipboard and the focus as the delivery of dictated text sees them.
+struct FakeTyping final : Delivery::Clipboard, Delivery::Desktop {
+  std::string clipboard = "the user's clip";
+  std::string saved;
+  Delivery::Target target = Delivery::Target::none;
+  bool canType = true;
+  std::vector<std::string> typed;  // what was on the clipboard at each keystroke, by target
+  void save(std::function<void()> done) override {
+    saved = clipboard;
+    done();
+  }
+  void setText(const std::string& text) override { clipboard = text; }
+  void restore() override { clipboard = saved; }
+  Delivery::Target focus() override { return target; }
+  void typePaste(Delivery::Target t, const std::string&, std::function<void(bool)> done) override {
+    if (canType)
+      typed.push_back((t == Delivery::Target::terminal ? "terminal:" : "field:") + clipboard);
+    done(canType);
+  }
+};
+
+TEST_F(PanelTest, FinalDictationGoesToAReplyWindowTheFocusedFieldOrTheClipboard) {
+  FakeTyping typing;
+  auto delivery = std::make_shared<Delivery>(loop, typing, typing);
+  panel = std::make_unique<PanelController>(
+      loop, hub, defaults, window, desktop,
+      [this](const std::string& name, Json payload) { sent.emplace_back(name, payload); },
+      services(nullptr, delivery));
+  panel->show(false);
   auto say = [&](const std::string& text) {
     panel->toggleTalk();
     panel->toggleTalk();
     fakeVoice->onUpdate(text, true, 0);
   };
-  askColour("claude:a");
+  // A reply window takes it in the page.
+  Session r = hub.session("claude:r", Agent::claude, "");
+  r.pending =
+      Pending{"req-r", Pending::Reply{"Done.", hub.now() + 60}, Json::object(), hub.now(), false};
+  hub.store(r);
   say("make it blue");
   EXPECT_EQ(messages("talk").back()["state"], "done");
-  EXPECT_TRUE(desktop.copied.empty());
+  hub.release("claude:r");
 
-  hub.answer("claude:a", {"Blue"});
+  // A question cannot take free text: with nothing focused it goes to the clipboard.
+  askColour("claude:a");
   say("");  // nothing said: just closes
   EXPECT_FALSE(hub.isOpen());
   say("hello there");
@@ -464,6 +526,31 @@ TEST_F(PanelTest, FinalDictationGoesToAWaitingSessionOrTheClipboard) {
   EXPECT_EQ(desktop.copied, std::vector<std::string>{"hello there"});
   EXPECT_EQ(messages("talk").back()["state"], "copied");
   EXPECT_TRUE(hub.isOpen());
+  loop.advance(3.5);
+  EXPECT_EQ(messages("talk").back()["state"], "off");
+
+  // A focused field gets it pasted, and the clipboard its old contents back 0.6 s later; a
+  // second paste within that time does not take the first dictation for the user's clip.
+  typing.target = Delivery::Target::field;
+  say("first");
+  loop.advance(0.15);
+  typing.target = Delivery::Target::terminal;
+  say("second");
+  loop.advance(0.15);
+  EXPECT_EQ(typing.typed, (std::vector<std::string>{"field:first", "terminal:second"}));
+  loop.advance(0.5);
+  EXPECT_EQ(typing.clipboard, "second");
+  loop.advance(0.15);
+  EXPECT_EQ(typing.clipboard, "the user's clip");
+  EXPECT_EQ(desktop.copied.size(), 1u);
+
+  // A desktop that cannot type leaves the text on the clipboard, with the notice.
+  typing.canType = false;
+  say("keep me");
+  loop.advance(0.15);
+  loop.advance(1);
+  EXPECT_EQ(typing.clipboard, "keep me");
+  EXPECT_EQ(messages("talk").back(), (Json{{"state", "copied"}, {"text", "keep me"}}));
 }
 
 TEST_F(PanelTest, DiagnosticsAndTheTraceLog) {

@@ -14,9 +14,11 @@
 #include "app/instance.h"
 #include "app/linux_desktop.h"
 #include "app/linux_feed.h"
+#include "app/linux_keys.h"
 #include "app/linux_notifications.h"
 #include "app/linux_onboarding.h"
 #include "app/linux_panel_window.h"
+#include "app/linux_paste.h"
 #include "app/linux_raise.h"
 #include "app/linux_session.h"
 #include "app/linux_tray.h"
@@ -52,6 +54,8 @@ struct App {
   std::unique_ptr<CurlFeedFetcher> feed;
   std::unique_ptr<Updater> updates;
   std::unique_ptr<LinuxTray> tray;
+  std::shared_ptr<LinuxKeys> keys;
+  std::shared_ptr<LinuxDelivery> delivery;
   std::unique_ptr<PanelController> panel;
   std::unique_ptr<LinuxNotifications> notifier;
   std::unique_ptr<AnswerNotices> notices;
@@ -97,6 +101,15 @@ void App::start() {
   lines.push_back(LinuxWindowRaiser::describe());
   stage->load();
   lines.push_back(stage->source());
+  // Through XWayland (GNOME) keys reach X clients only while an X window has the focus: the
+  // hot keys go through the portal there, as on any Wayland desktop.
+  const bool xServer = kind == LinuxSession::Kind::X11 && !envSet("WAYLAND_DISPLAY");
+  keys = std::make_shared<LinuxKeys>(loop, services->defaults(), xServer);
+  keys->start();
+  for (auto& line : keys->mechanisms()) lines.push_back(line);
+  delivery = std::make_shared<LinuxDelivery>(loop, kind == LinuxSession::Kind::X11,
+                                             kind == LinuxSession::Kind::LayerShell);
+  lines.push_back(delivery->mechanism());
   desktop = std::make_unique<LinuxDesktop>(gtk, lines);
   for (const auto& line : lines) std::fprintf(stderr, "vantler: %s\n", line.c_str());
 
@@ -143,6 +156,10 @@ void App::start() {
   panelServices.pushed = [this] {
     if (notices) notices->update();
   };
+  panelServices.hotKeys = keys;
+  if (const char* text = std::getenv("VANTLER_DEBUG_DICTATION"); text && *text)
+    panelServices.voice = std::make_shared<ScriptedVoice>(text);
+  panelServices.delivery = std::shared_ptr<Delivery>(delivery, &delivery->delivery());
   panel = std::make_unique<PanelController>(
       loop, services->hub(), services->defaults(), *window, *desktop,
       [this](const std::string& name, Json payload) { stage->send(name, std::move(payload)); },
@@ -168,6 +185,13 @@ void App::start() {
       [this] { panel->summon(); });
   tray->refresh();
   updates->start();
+  keys->changed = [this] {
+    Capabilities c = panel->capabilities();
+    c.hotKeys = {keys->keysWhy().empty(), keys->keysWhy()};
+    c.altTap = {keys->tapReady(), keys->tapWhy()};
+    panel->setCapabilities(c);
+  };
+  keys->changed();
 
   if (services->defaults().boolean("onboarded") && !envSet("VANTLER_DEBUG_TOUR")) {
     showPanel(false);
@@ -198,6 +222,8 @@ void App::stop() {
   tray.reset();
   updates.reset();
   feed.reset();
+  keys.reset();
+  delivery.reset();
   desktop.reset();
   window.reset();
   stage.reset();

@@ -409,6 +409,10 @@ gboolean LinuxPanelWindow::onKey(GtkWidget*, GdkEventKey* event, gpointer data) 
 
 gboolean LinuxPanelWindow::onFocusOut(GtkWidget*, GdkEventFocus*, gpointer data) {
   auto* self = static_cast<LinuxPanelWindow*>(data);
+  // A global hot key pressed while the panel has the focus is not a loss of focus.
+  if (X11::focusWithin(gtk_widget_get_display(self->window_),
+                       X11::xid(gtk_widget_get_window(self->window_))))
+    return FALSE;
   if (self->events_.focusLost) self->events_.focusLost();
   return FALSE;
 }

@@ -38,6 +38,22 @@ unsigned long xid(GdkWindow* window) {
   return window && GDK_IS_X11_WINDOW(window) ? GDK_WINDOW_XID(window) : 0;
 }
 
+bool focusWithin(GdkDisplay* display, unsigned long window) {
+  if (!isX11(display) || !window) return false;
+  Display* d = GDK_DISPLAY_XDISPLAY(display);
+  Window focus = 0, root = 0, parent = 0, *children = nullptr;
+  int revert = 0;
+  unsigned count = 0;
+  XGetInputFocus(d, &focus, &revert);
+  if (focus == window) return true;
+  if (focus == None || focus == PointerRoot) return false;
+  gdk_x11_display_error_trap_push(display);
+  bool child = XQueryTree(d, focus, &root, &parent, &children, &count) && parent == window;
+  if (children) XFree(children);
+  gdk_x11_display_error_trap_pop_ignored(display);
+  return child;
+}
+
 unsigned long activeWindow(GdkDisplay* display) {
   if (!isX11(display)) return 0;
   Display* d = GDK_DISPLAY_XDISPLAY(display);

@@ -19,6 +19,9 @@ bool isX11(GdkDisplay* display);
 unsigned long activeWindow(GdkDisplay* display);
 // The active window's frame in device pixels when it is in full-screen state.
 std::optional<Box> fullscreenActiveWindow(GdkDisplay* display);
+// The X input focus is on this window or a child of it. A key grab reports focus-out to the
+// focused window although the focus stays where it was.
+bool focusWithin(GdkDisplay* display, unsigned long window);
 // Asks the window manager to focus the window, as a pager would.
 void activate(GdkDisplay* display, unsigned long window);
 unsigned long xid(GdkWindow* window);

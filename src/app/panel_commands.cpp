@@ -197,6 +197,8 @@ void PanelController::handle(const Json& command) {
            g_warning("Vantler setting: %s", error->c_str());
          if (JsonField::str(m, "key") == "screen")
            c.screensChanged();  // the panel moves to the chosen display
+         if (JsonField::str(m, "key") == "openKey" || JsonField::str(m, "key") == "talkKey")
+           c.services_.hotKeys->reload();
          c.push();
        }},
       {"copyDiagnostics", [](PanelController& c, const Json&,

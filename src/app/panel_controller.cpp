@@ -445,7 +445,10 @@ void PanelController::talkUpdate(const std::string& text, bool final, double lev
   send_("talk", {{"state", "polishing"}, {"text", text}, {"level", 0}, {"hold", holdingTalk_}});
   // The final text arrives cleaned and punctuated (the Voice implementation does both).
   holds_.erase("talking");
-  if (!hub_.queue().empty()) {
+  // Only a reply window can take it in the page; with none waiting it is delivered below.
+  const auto& queue = hub_.queue();
+  if (std::any_of(queue.begin(), queue.end(),
+                  [](const Session* s) { return s->pending->is<Pending::Reply>(); })) {
     send_("talk", {{"state", "done"}, {"text", text}, {"level", 0}});
     return;
   }
@@ -454,22 +457,37 @@ void PanelController::talkUpdate(const std::string& text, bool final, double lev
   holds_.clear();
   close();
   if (text.empty()) return;
-  // Nothing can type into other applications yet, so the text goes to the clipboard.
-  later(0.15, [text](PanelController& c) {
-    c.desktop_.copyText(text);
-    c.sendTalk("copied", text);
-    c.holds_.insert("copied");
-    c.open();
-    c.later(3.5, [](PanelController& c) {
-      c.holds_.erase("copied");
-      c.sendTalk("off", "");
-      c.evaluateHover();
+  later(0.15, [text](PanelController& c) { c.deliver(text); });
+}
+
+void PanelController::deliver(const std::string& text) {
+  Delivery* delivery = services_.delivery.get();
+  if (delivery && delivery->typingSomewhere()) {
+    std::weak_ptr<PanelController*> weak = self_;
+    delivery->paste(text, [weak, text](bool pasted) {
+      auto self = weak.lock();
+      if (self && !pasted) (*self)->showCopied(text);  // already on the clipboard
     });
+    return;
+  }
+  desktop_.copyText(text);
+  showCopied(text);
+}
+
+void PanelController::showCopied(const std::string& text) {
+  sendTalk("copied", text);
+  holds_.insert("copied");
+  open();
+  later(3.5, [](PanelController& c) {
+    c.holds_.erase("copied");
+    c.sendTalk("off", "");
+    c.evaluateHover();
   });
 }
 
 void PanelController::talkError(const std::string& message) {
   trace("talk error: " + message);
+  services_.hotKeys->log("talk error: " + message);
   g_message("Vantler talk error: %s", message.c_str());
   holds_.erase("talking");
   sendTalk("error", message);

@@ -24,6 +24,7 @@
 #include "core/defaults.h"
 #include "core/hub.h"
 #include "core/loop.h"
+#include "voice/delivery.h"
 
 // Switches read from the environment once, at start.
 struct PanelOptions {
@@ -41,7 +42,8 @@ struct PanelOptions {
 struct PanelServices {
   std::shared_ptr<Voice> voice;
   std::shared_ptr<HotKeys> hotKeys;
-  std::function<Json()> usage;  // today's usage for the page ({"today", "models"})
+  std::function<Json()> usage;         // today's usage for the page ({"today", "models"})
+  std::shared_ptr<Delivery> delivery;  // none: dictated text goes to the clipboard
   // What works in this session at start; later changes go through `setCapabilities`.
   Capabilities capabilities = Capabilities::none(false);
   Updater* updates = nullptr;  // the update checks; none in a build without a feed
@@ -144,6 +146,10 @@ class PanelController {
   void talkUpdate(const std::string& text, bool final, double level);
   void talkError(const std::string& message);
   void sendTalk(const std::string& state, const std::string& text);
+  // Final dictated text that no reply window takes: pasted where the user types, otherwise
+  // left on the clipboard with a notice.
+  void deliver(const std::string& text);
+  void showCopied(const std::string& text);
   Json geo() const;
   void trace(const std::string& message) const;
   // Runs `task` later unless the controller is gone by then.

@@ -130,6 +130,25 @@ class NoVoice final : public Voice {
   bool listening() const override { return false; }
 };
 
+// Hears the same text every time (VANTLER_DEBUG_DICTATION), for scripted runs of the
+// delivery of dictated text: listening until stopped, then the text as the final result.
+class ScriptedVoice final : public Voice {
+ public:
+  explicit ScriptedVoice(std::string text) : text_(std::move(text)) {}
+  void start() override { listening_ = true; }
+  void stop() override {
+    if (!listening_) return;
+    listening_ = false;
+    if (onUpdate) onUpdate(text_, true, 0);
+  }
+  void cancel() override { listening_ = false; }
+  bool listening() const override { return listening_; }
+
+ private:
+  std::string text_;
+  bool listening_ = false;
+};
+
 // The global hot keys and the Alt-tap gesture. The defaults do nothing.
 class HotKeys {
  public:
@@ -139,6 +158,8 @@ class HotKeys {
   virtual void reload() {}
   // Restarts the Alt-tap gesture after its setting changed.
   virtual void restartTap() {}
+  // Appends a line to the keys log (~/.vantler/keys.log).
+  virtual void log(const std::string&) {}
 
   // Set by the panel.
   std::function<void()> onOpen;       // the open key, or an Alt double-tap

@@ -21,6 +21,8 @@ function HotKeyField({ label, name, value, fallback }: {
   const [shown, setShown] = useState<string | null>(null);
   const listener = useRef<((e: KeyboardEvent) => void) | null>(null);
   useEffect(() => setShown(null), [JSON.stringify(value)]);
+  // Why the combination does nothing: taken by another program, or no global keys here.
+  const problem = value && typeof value === 'object' ? (value as { problem?: unknown }).problem : null;
 
   const stop = () => {
     if (listener.current) window.removeEventListener('keydown', listener.current, true);
@@ -50,6 +52,7 @@ function HotKeyField({ label, name, value, fallback }: {
   useEffect(() => () => { if (listener.current) stop(); }, []);
 
   return (
+    <>
     <div class="setting">
       <span class="setting-label">{label}</span>
       <button
@@ -61,6 +64,8 @@ function HotKeyField({ label, name, value, fallback }: {
         {active ? 'Press keys…' : shown ?? comboText(value, fallback)}
       </button>
     </div>
+    {typeof problem === 'string' && problem && !active && <p class="setting-note is-unavailable">{problem}</p>}
+    </>
   );
 }
 
