@@ -10,7 +10,8 @@ build_pkgs=(build-essential cmake ninja-build pkg-config git
   libgtk-3-dev libwebkit2gtk-4.1-dev libgtk-layer-shell-dev libx11-dev libwayland-dev
   librsvg2-bin dpkg-dev
   libayatana-appindicator3-dev libcurl4-openssl-dev
-  libkeybinder-3.0-dev libxi-dev libxtst-dev libatspi2.0-dev)
+  libkeybinder-3.0-dev libxi-dev libxtst-dev libatspi2.0-dev
+  libpulse-dev libsecret-1-dev libpocketsphinx-dev pocketsphinx-en-us)
 # What the desktop app needs at run time beyond the libraries above: a session bus for its
 # single instance and actions, the accessibility bus, and a browser opener for links.
 run_pkgs=(dbus-user-session at-spi2-core xdg-utils wtype)
@@ -18,7 +19,8 @@ test_pkgs=(clang libclang-rt-14-dev
   xvfb openbox xcompmgr xdotool x11-utils imagemagick at-spi2-core python3-gi gir1.2-gtk-3.0
   python3-pyatspi sway grim wayvnc
   tmux xterm kitty foot groff-base desktop-file-utils appstream dbus-daemon
-  xclip wtype wl-clipboard)
+  xclip wtype wl-clipboard
+  pulseaudio pulseaudio-utils espeak-ng gnome-keyring)
 web_pkgs=(nodejs npm chromium)
 agent_pkgs=(nodejs npm tmux python3)
 

@@ -22,6 +22,7 @@
 #include "app/linux_raise.h"
 #include "app/linux_session.h"
 #include "app/linux_tray.h"
+#include "app/linux_voice.h"
 #include "app/panel_controller.h"
 #include "app/panel_geometry.h"
 #include "app/services.h"
@@ -49,6 +50,7 @@ struct App {
   std::unique_ptr<WebStage> stage;
   std::unique_ptr<LinuxPanelWindow> window;
   std::unique_ptr<LinuxDesktop> desktop;
+  std::shared_ptr<DesktopVoice> voice;
   std::unique_ptr<CurlFeedFetcher> feed;
   std::unique_ptr<Updater> updates;
   std::unique_ptr<LinuxTray> tray;
@@ -147,6 +149,9 @@ void App::start() {
   PanelServices panelServices;
   panelServices.usage = [this] { return usage->snapshot(); };
   panelServices.capabilities = Capabilities::none(kind != LinuxSession::Kind::X11);
+  voice = std::make_shared<DesktopVoice>(loop, services->defaults());
+  panelServices.voice = voice;
+  panelServices.capabilities.voice = voice->capability();
   panelServices.updates = updates.get();
   panelServices.pushed = [this] {
     if (notices) notices->update();
@@ -169,6 +174,11 @@ void App::start() {
   };
   window->setEvents(std::move(events));
   stage->onMessage = [this](const Json& message) { panel->handle(message); };
+  voice->onCapabilityChanged = [this] {
+    Capabilities c = panel->capabilities();
+    c.voice = voice->capability();
+    panel->setCapabilities(c);
+  };
   notifier = std::make_unique<LinuxNotifications>();
   notices = std::make_unique<AnswerNotices>(
       services->hub(), services->defaults(), *notifier, [this] { return panel->outOfSight(); },
@@ -208,6 +218,7 @@ void App::stop() {
   notices.reset();
   notifier.reset();
   panel.reset();
+  voice.reset();
   tray.reset();
   updates.reset();
   feed.reset();

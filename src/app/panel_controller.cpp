@@ -443,7 +443,7 @@ void PanelController::talkUpdate(const std::string& text, bool final, double lev
     return;
   }
   send_("talk", {{"state", "polishing"}, {"text", text}, {"level", 0}, {"hold", holdingTalk_}});
-  // There is no clean-up or punctuation stage yet: the text goes on as heard.
+  // The final text arrives cleaned and punctuated (the Voice implementation does both).
   holds_.erase("talking");
   // Only a reply window can take it in the page; with none waiting it is delivered below.
   const auto& queue = hub_.queue();

@@ -5,7 +5,9 @@ Usage: x11_test.py BUILD_DIR [case ...]"""
 import json
 import os
 import random
+import re
 import shlex
+import shutil
 import signal
 import subprocess
 import sys
@@ -209,6 +211,48 @@ def onboarding_and_login_item(s):
           f'the onboarding window at {first} is not centred on the screen and within it')
 
 
+def reply_dictated(s):
+    """The talk button records from a microphone (a private PulseAudio server whose capture
+    device is a pipe) and the transcription server's text lands in the reply field."""
+    if not shutil.which('pulseaudio'):
+        print('  (no pulseaudio: dictation not tried)')
+        return
+    run = os.path.join(s.tmp, 'pulse')
+    os.makedirs(run, exist_ok=True)
+    sock, pipe = os.path.join(run, 'pulse.sock'), os.path.join(run, 'mic')
+    s.start(['pulseaudio', '--daemonize=no', '-n', '--exit-idle-time=-1', '--use-pid-file=no',
+             '--disable-shm', '-F', '/dev/null',
+             f'--load=module-native-protocol-unix auth-anonymous=1 socket={sock}',
+             f'--load=module-pipe-source source_name=mic format=s16le channels=1 rate=16000 '
+             f'file={pipe}'], dict(s.env, XDG_RUNTIME_DIR=run, HOME=run))
+    wait_for(lambda: os.path.exists(sock) and os.path.exists(pipe), 10, 'pulseaudio')
+    server = s.start(['/usr/bin/python3', os.path.join(os.path.dirname(os.path.abspath(
+        __file__)), '..', 'voice', 'fake_model_server.py')])
+    port = wait_for(lambda: server.output().strip(), 10, 'the fake transcription server')
+    env = s.home({'onboarded': True, 'replyWindow': 60,
+                  'speechServer': f'http://127.0.0.1:{port}/ok'})
+    env['PULSE_SERVER'] = 'unix:' + sock
+    s.vantler(env)
+    box = s.wait_drawn(top_pill, 20, 'the pill')
+    s.mouse(W // 2, box[1] + 5)
+    s.wait_drawn(opened, 5, 'the panel opened by hovering')
+    s.hook(env, fixture('claude_stop.json'))
+    press('Dictate a reply')
+    time.sleep(1.0)  # the recording stream is connected
+    mic = os.open(pipe, os.O_WRONLY | os.O_NONBLOCK)
+    os.set_blocking(mic, True)
+    os.write(mic, b'\x00\x08' * 32000)  # two seconds of a low hum
+    time.sleep(0.5)
+    press('Dictate a reply')
+    field = accessible('Reply to', ('entry', 'text', 'section', 'paragraph'))
+    text = wait_for(lambda: re.fullmatch(r'\d+ samples', field.queryText().getText(0, -1)), 10,
+                    'the dictated text in the reply field')
+    s.drawn('x11-reply-dictated')
+    os.close(mic)
+    # Whole 1,024-frame buffers only: the last part-filled one is not sent.
+    check(int(text[0].split()[0]) > 32000 - 1024, 'heard only ' + text[0])
+
+
 def jump_raises_the_terminal(s):
     """An agent in xterm: its window becomes the active one (the daemon jumps). An agent in
     kitty, in a tab another has covered: kitty's remote control selects its tab and the window
@@ -263,5 +307,5 @@ if __name__ == '__main__':
     main(X11, [rest_hover_and_click_through, peek_and_allow, questions_answered_in_panel,
          reply_typed_in_panel, drag_and_remembered_place, second_instance_takes_over,
          commands_and_theme_following_the_desktop, onboarding_and_login_item,
-         jump_raises_the_terminal, no_display],
+         jump_raises_the_terminal, reply_dictated, no_display],
          ('Xvfb',))

@@ -118,6 +118,8 @@ export const DEFAULT_SETTINGS: Settings = {
   hooksInstalled: false, cursorInstalled: false, cursorAvailable: false, version: '',
   openKey: null, talkKey: null, integrations: [], notifyAnswers: false,
   update: { state: 'off', version: '', link: '', error: '' },
+  speechServer: '', speechModel: '', speechKeySet: false, speechOffline: false, speechOfflineInstalled: false,
+  punctuationServer: '', punctuationModel: '',
 };
 
 const UPDATE_STATES = ['off', 'idle', 'waiting', 'checking', 'current', 'newer', 'failed'] as const;
@@ -157,6 +159,13 @@ export function settings(v: unknown): Settings {
       const u = obj(r.update);
       return { state: oneOf(u.state, UPDATE_STATES, 'off'), version: str(u.version), link: str(u.link), error: str(u.error) };
     })(),
+    speechServer: str(r.speechServer),
+    speechModel: str(r.speechModel),
+    speechKeySet: bool(r.speechKeySet),
+    speechOffline: bool(r.speechOffline),
+    speechOfflineInstalled: bool(r.speechOfflineInstalled),
+    punctuationServer: str(r.punctuationServer),
+    punctuationModel: str(r.punctuationModel),
   };
 }
 

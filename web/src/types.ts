@@ -84,6 +84,16 @@ export interface Settings {
   integrations: Integration[];
   notifyAnswers: boolean;
   update: UpdateStatus;
+  /** Dictation: a transcription server, its model and whether its key is in the secret store. */
+  speechServer: string;
+  speechModel: string;
+  speechKeySet: boolean;
+  /** pocketsphinx, offline, when no server is set. */
+  speechOffline: boolean;
+  speechOfflineInstalled: boolean;
+  /** An optional chat server that punctuates dictated text. */
+  punctuationServer: string;
+  punctuationModel: string;
 }
 
 export interface UpdateStatus {

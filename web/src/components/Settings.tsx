@@ -6,6 +6,7 @@ import {
   DEFAULT_OPEN_KEY, DEFAULT_TALK_KEY, comboFromKey, comboLabel, comboText, formatCost, formatTokens, packCombo,
 } from '../logic';
 import type { Capabilities, Capability, Geo, ScreenChoice, Settings, Usage } from '../types';
+import { fieldFocus } from './Requests';
 import { Icon, Segmented, Switch } from './ui';
 
 export const set = (key: string, value: unknown) => post({ type: 'setting', key, value });
@@ -106,6 +107,60 @@ export function UsageView({ usage }: { usage: Usage | null }) {
   );
 }
 
+/** A text setting, stored when the field is left or Enter is pressed. */
+function TextField({ label, name, value, placeholder, secret }: {
+  label: string; name: string; value: string; placeholder?: string; secret?: boolean;
+}) {
+  const [text, setText] = useState(value);
+  useEffect(() => setText(value), [value]);
+  const commit = () => {
+    if (text.trim() !== value) set(name, text.trim() || null);
+    if (secret) setText('');  // a key is sent once and never shown again
+  };
+  const field = {
+    class: 'setting-input', value: text, placeholder, spellcheck: false, autocomplete: 'off',
+    onInput: (e: Event) => setText((e.target as HTMLInputElement).value),
+    onFocus: () => fieldFocus(true),
+    onBlur: () => { commit(); fieldFocus(false); },
+    onKeyDown: (e: KeyboardEvent) => { if (e.key === 'Enter') (e.target as HTMLInputElement).blur(); },
+  };
+  return (
+    <label class="setting">
+      <span class="setting-label">{label}</span>
+      {secret ? <input type="password" {...field} /> : <input type="text" {...field} />}
+    </label>
+  );
+}
+
+/** Where dictated speech is turned into text, and who punctuates it. */
+function Voice({ st }: { st: Settings }) {
+  return (
+    <>
+      <TextField label="Speech server" name="speechServer" value={st.speechServer} placeholder="http://127.0.0.1:8080" />
+      {!st.speechServer && (
+        <p class="setting-note">
+          Run a local whisper.cpp server: <code>whisper-server -m ggml-base.en.bin --inference-path /v1/audio/transcriptions</code>.<br />
+          Then put its address here, http://127.0.0.1:8080 by default.
+        </p>
+      )}
+      {st.speechServer && <TextField label="Model" name="speechModel" value={st.speechModel} placeholder="whisper-1" />}
+      {st.speechServer && (
+        <TextField label="API key" name="speechKey" value="" secret
+          placeholder={st.speechKeySet ? 'Kept in the keyring' : 'Optional'} />
+      )}
+      {!st.speechServer && st.speechOfflineInstalled && (
+        <Switch label="Offline speech" checked={st.speechOffline} onChange={(v) => set('speechOffline', v)}
+          note="pocketsphinx: works without a server, but often mishears" />
+      )}
+      <TextField label="Punctuation server" name="punctuationServer" value={st.punctuationServer}
+        placeholder="Optional: a llama.cpp or Ollama address" />
+      {st.punctuationServer && (
+        <TextField label="Punctuation model" name="punctuationModel" value={st.punctuationModel} placeholder="default" />
+      )}
+    </>
+  );
+}
+
 const UPDATE_WORDS: Record<string, string> = {
   off: 'Update checks are off in this build; your package manager brings new versions.',
   waiting: 'Checking for updates once no request waits…',
@@ -167,10 +222,13 @@ export function SettingsView({ st, geo, caps, screens, usage, onBack }: {
       <HotKeyField label="Open the panel" name="openKey" value={st.openKey} fallback={DEFAULT_OPEN_KEY} />
       <HotKeyField label="Dictate" name="talkKey" value={st.talkKey} fallback={DEFAULT_TALK_KEY} />
       <Unavailable what={caps.hotKeys} />
-      <Unavailable what={caps.voice} />
       <Switch label="Alt gestures" checked={st.optionTap}
         onChange={(v) => { set('optionTap', v); post({ type: 'optionTapChanged' }); }}
         note={caps.altTap.ready ? 'Double-tap Alt to open, hold it to dictate' : caps.altTap.reason || 'Not available in this session'} />
+
+      <h3 class="group">Voice</h3>
+      <Unavailable what={caps.voice} />
+      <Voice st={st} />
 
       <h3 class="group">Agents</h3>
       <Agents st={st} />
