@@ -32,8 +32,8 @@ bool Router::answerable(ConnId conn) const {
   return it != conns_.end() && !it->second.finished && !it->second.held;
 }
 
-void Router::opened(ConnId conn) {
-  conns_[conn];
+void Router::opened(ConnId conn, std::string machine) {
+  conns_[conn].machine = std::move(machine);
 }
 
 void Router::received(ConnId conn, std::string_view bytes) {
@@ -128,6 +128,23 @@ void Router::dispatch(ConnId conn, std::string_view line) {
   Json obj = JsonField::parseBounded(line);
   if (!obj.is_object()) return;  // not for us: dropped, the connection stays
   const bool attached = answerable(conn);
+  // What a hook says of processes and files on another machine means nothing here; only the
+  // tunnel, never the payload, names the machine.
+  if (const std::string& machine = find(conn)->machine; !machine.empty()) {
+    if (obj.contains("_query") || obj.contains("_command")) {
+      if (attached) {
+        find(conn)->finished = true;
+        transport_.finish(conn, R"({"ok":false,"error":"not accepted from another machine"})"
+                                "\n");
+      }
+      return;
+    }
+    obj.erase("_host");
+    obj.erase("agentPid");
+    obj["_machine"] = machine;
+  } else {
+    obj.erase("_machine");
+  }
 
   if (JsonField::str(obj, "_query") == "state") {
     if (!attached) return;

@@ -46,7 +46,9 @@ class Router {
   Router(const Router&) = delete;
   Router& operator=(const Router&) = delete;
 
-  void opened(ConnId conn);
+  // `machine` names the other machine a connection comes from (through its tunnel); empty for
+  // this one. Its lines may only be agent events, which are marked with the machine's name.
+  void opened(ConnId conn, std::string machine = {});
   // Every complete line is routed in order, also those after a line that was answered (their
   // answers have nowhere to go, and a request they open is withdrawn at once).
   void received(ConnId conn, std::string_view bytes);
@@ -63,6 +65,7 @@ class Router {
     std::string buffer;
     std::optional<std::string> held;
     bool finished = false;  // answered or cut off: nothing more is written to it
+    std::string machine;
   };
 
   void dispatch(ConnId conn, std::string_view line);
