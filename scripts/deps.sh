@@ -9,11 +9,12 @@ build_pkgs=(build-essential cmake ninja-build pkg-config git
   libgtest-dev libgmock-dev libbenchmark-dev
   libgtk-3-dev libwebkit2gtk-4.1-dev libgtk-layer-shell-dev libx11-dev libwayland-dev)
 # What the desktop app needs at run time beyond the libraries above: a session bus for its
-# single instance and actions, the accessibility bus, and a browser opener for links.
-run_pkgs=(dbus-user-session at-spi2-core xdg-utils)
+# single instance and actions, the accessibility bus, a browser opener for links, and ssh for
+# remote hosts.
+run_pkgs=(dbus-user-session at-spi2-core xdg-utils openssh-client)
 test_pkgs=(clang libclang-rt-14-dev
   xvfb openbox xcompmgr xdotool x11-utils imagemagick at-spi2-core python3-gi gir1.2-gtk-3.0
-  python3-pyatspi sway grim wayvnc)
+  python3-pyatspi sway grim wayvnc openssh-server openssh-client)
 web_pkgs=(nodejs npm chromium)
 agent_pkgs=(nodejs npm tmux python3)
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <optional>
 
 #include "app/client.h"
 #include "bridge/linux_bridge.h"
@@ -75,13 +76,14 @@ std::string runtimeOf(const std::string& name) {
 int add(const std::string& name, bool container) {
   RemoteHost host{name, {}, {}, {}};
   RemoteFiles::Exec exec;
+  std::optional<SshMaster> master;
   if (container) {
     host.container = runtimeOf(name);
     if (host.container.empty())
       return fail("no running podman or docker container is named " + name + ".");
     exec = RemoteFiles::inContainer(host.container, name);
   } else {
-    exec = RemoteFiles::overSsh(name);
+    exec = RemoteFiles::overSsh(name, master.emplace(name).options());
   }
   try {
     RemoteFiles probeFiles(name, exec, "/", "/");
@@ -154,9 +156,11 @@ int remove(const std::string& name) {
   tellApp();
   int status = 0;
   try {
+    std::optional<SshMaster> master;
     RemoteFiles files(name,
-                      host.container.empty() ? RemoteFiles::overSsh(name)
-                                             : RemoteFiles::inContainer(host.container, name),
+                      host.container.empty()
+                          ? RemoteFiles::overSsh(name, master.emplace(name).options())
+                          : RemoteFiles::inContainer(host.container, name),
                       host.home, host.home + "/.config");
     ConfigFile::UseFiles there(files);
     for (const std::string& agent : host.agents) Integrations::disconnect(agent);

@@ -1,4 +1,7 @@
 #include <gio/gio.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "core/files.h"
 #include "integrations/installers.h"
@@ -124,9 +127,62 @@ trap - EXIT)";
 
 }  // namespace
 
-RemoteFiles::Exec RemoteFiles::overSsh(const std::string& host) {
-  return [host](const std::string& script, const std::vector<std::string>& args) {
+SshMaster::SshMaster(const std::string& host) : host_(host) {
+  gchar* dir = g_dir_make_tmp("vantler-ssh-XXXXXX", nullptr);
+  if (!dir) return;
+  dir_ = dir;
+  g_free(dir);
+  std::vector<std::string> args = RemoteHosts::ssh(host);
+  args.insert(args.begin() + 1, {"-M", "-N", "-n", "-o", "ControlPath=" + dir_ + "/master", "-o",
+                                 "ControlPersist=no"});
+  std::vector<gchar*> argv;
+  for (std::string& a : args) argv.push_back(a.data());
+  argv.push_back(nullptr);
+  GPid pid;
+  if (!g_spawn_async(nullptr, argv.data(), nullptr,
+                     static_cast<GSpawnFlags>(G_SPAWN_DO_NOT_REAP_CHILD | G_SPAWN_SEARCH_PATH |
+                                              G_SPAWN_STDOUT_TO_DEV_NULL |
+                                              G_SPAWN_STDERR_TO_DEV_NULL),
+                     nullptr, nullptr, &pid, nullptr))
+    return;
+  pid_ = pid;
+  for (int i = 0; i < kWaitUp * 100 && !up_; ++i) {
+    if (::waitpid(pid_, nullptr, WNOHANG) == pid_) {
+      pid_ = -1;  // it could not log in: the runs themselves say why
+      return;
+    }
+    up_ = Files::exists(dir_ + "/master");
+    if (!up_) g_usleep(10000);
+  }
+}
+
+SshMaster::~SshMaster() {
+  // Asked to leave through its socket too: a wrapper in VANTLER_SSH may stand between the
+  // signal and ssh.
+  if (up_) {
+    std::vector<std::string> exit = RemoteHosts::ssh(host_);
+    exit.insert(exit.begin() + 1, {"-o", "ControlPath=" + dir_ + "/master", "-O", "exit"});
+    Remote::run(exit, {}, 5);
+  }
+  if (pid_ > 0) {
+    ::kill(pid_, SIGTERM);
+    ::waitpid(pid_, nullptr, 0);
+  }
+  if (!dir_.empty()) {
+    ::unlink((dir_ + "/master").c_str());
+    ::rmdir(dir_.c_str());
+  }
+}
+
+std::vector<std::string> SshMaster::options() const {
+  if (!up_) return {};
+  return {"-o", "ControlPath=" + dir_ + "/master", "-o", "ControlMaster=no"};
+}
+
+RemoteFiles::Exec RemoteFiles::overSsh(const std::string& host, std::vector<std::string> options) {
+  return [host, options](const std::string& script, const std::vector<std::string>& args) {
     std::vector<std::string> argv = RemoteHosts::ssh(host);
+    argv.insert(argv.begin() + 1, options.begin(), options.end());
     argv.push_back(RemoteHosts::remoteCommand(script, args));
     return argv;
   };
