@@ -244,3 +244,33 @@ TEST_F(RemoteTest, AHostThatWantsAPasswordGetsOneLine) {
   EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1);
   EXPECT_FALSE(Files::exists(local.path() + "/.config/vantler/remotes.json"));
 }
+
+// A container reached through its runtime's exec: here a stand-in `podman` on PATH that runs the
+// command in a directory playing the container's home.
+TEST(RemoteContainerTest, AddInstallsThroughExecAndPrintsTheMount) {
+  TempHome local;
+  const std::string box = local.path() + "/box", bin = local.path() + "/bin";
+  Files::makeDirs(box + "/.claude");
+  write(box + "/.claude/settings.json", kSettings);
+  write(bin + "/podman",
+        "#!/bin/sh\ncase \"$1\" in\n  container) [ \"$3\" = web ];;\n"
+        "  exec) shift 3; HOME=" +
+            box + " exec \"$@\";;\n  *) exit 125;;\nesac\n",
+        0755);
+  const char* path = std::getenv("PATH");
+  std::map<std::string, std::string> env = {{"HOME", local.path()},
+                                            {"XDG_CONFIG_HOME", local.path() + "/.config"},
+                                            {"PATH", bin + ":" + (path ? path : "/usr/bin:/bin")}};
+  Process add({kBin + "/vantler", "remote", "add", "--container", "web"}, env);
+  ASSERT_EQ(add.wait(60), 0) << add.err();
+  EXPECT_THAT(add.out(), ::testing::HasSubstr("connected: claude"));
+  EXPECT_THAT(add.out(), ::testing::HasSubstr("-v " + local.path() + "/.vantler/run:" + box +
+                                              "/.vantler/run"));
+  EXPECT_TRUE(Files::exists(box + "/.vantler/bin/vantler-hook"));
+  EXPECT_THAT(Files::read(box + "/.claude/settings.json").value_or(""),
+              ::testing::HasSubstr("vantler-hook"));
+
+  Process remove({kBin + "/vantler", "remote", "remove", "web"}, env);
+  ASSERT_EQ(remove.wait(60), 0) << remove.err();
+  EXPECT_EQ(Files::read(box + "/.claude/settings.json"), kSettings);
+}
