@@ -39,6 +39,8 @@ void Router::opened(ConnId conn, std::string machine) {
 void Router::received(ConnId conn, std::string_view bytes) {
   Conn& c = conns_[conn];
   if (bytes.empty()) return;
+  // Kept aside: a connection cut or answered is forgotten while its later lines are routed.
+  const std::string machine = c.machine;
   if (buffered_ + bytes.size() > limits_.total) {
     cut(conn, "the hook connections together buffer too much", buffered_ + bytes.size());
     return;
@@ -66,7 +68,7 @@ void Router::received(ConnId conn, std::string_view bytes) {
     size_t nl = rest.find('\n');
     std::string_view line = rest.substr(0, nl);
     rest.remove_prefix(nl + 1);
-    if (!line.empty()) dispatch(conn, line);
+    if (!line.empty()) dispatch(conn, line, machine);
   }
 }
 
@@ -124,13 +126,13 @@ void Router::keepAlive() {
     if (Conn* c = find(id); c && c->held) transport_.send(id, std::string(Wire::kAlive) + "\n");
 }
 
-void Router::dispatch(ConnId conn, std::string_view line) {
+void Router::dispatch(ConnId conn, std::string_view line, const std::string& machine) {
   Json obj = JsonField::parseBounded(line);
   if (!obj.is_object()) return;  // not for us: dropped, the connection stays
   const bool attached = answerable(conn);
   // What a hook says of processes and files on another machine means nothing here; only the
   // tunnel, never the payload, names the machine.
-  if (const std::string& machine = find(conn)->machine; !machine.empty()) {
+  if (!machine.empty()) {
     if (obj.contains("_query") || obj.contains("_command")) {
       if (attached) {
         find(conn)->finished = true;

@@ -68,7 +68,8 @@ class Router {
     std::string machine;
   };
 
-  void dispatch(ConnId conn, std::string_view line);
+  // `machine` is the connection's (Conn::machine).
+  void dispatch(ConnId conn, std::string_view line, const std::string& machine);
   // Whether a line on `conn` can still be answered on it.
   bool answerable(ConnId conn) const;
   void hold(ConnId conn, const std::string& key);
