@@ -1,10 +1,13 @@
 #include "integrations/linux_tunnels.h"
 
 #include <glib.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
 #include <ctime>
+
+#include "core/files.h"
 
 struct Tunnels::Tunnel {
   RemoteHost host;
@@ -28,6 +31,14 @@ std::string lastLine(const std::string& text) {
   size_t start = text.rfind('\n', end);
   start = start == std::string::npos ? 0 : start + 1;
   return text.substr(start, end - start + 1);
+}
+
+int32_t parentOf(int32_t pid) {
+  // /proc/<pid>/stat: "pid (comm) state ppid ...", where comm may hold spaces and parentheses.
+  auto stat = Files::read("/proc/" + std::to_string(pid) + "/stat");
+  size_t close = stat ? stat->rfind(')') : std::string::npos;
+  if (close == std::string::npos || close + 4 > stat->size()) return 0;
+  return static_cast<int32_t>(std::atoi(stat->c_str() + close + 4));
 }
 
 std::string clock(double wall) {
@@ -103,10 +114,13 @@ void Tunnels::open(const std::shared_ptr<Tunnel>& tunnel, const std::string& hom
   for (const std::string& a : argv) args.push_back(a.c_str());
   args.push_back(nullptr);
   GError* error = nullptr;
-  tunnel->ssh = g_subprocess_newv(args.data(),
-                                  static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDOUT_SILENCE |
-                                                                G_SUBPROCESS_FLAGS_STDERR_PIPE),
-                                  &error);
+  GSubprocessLauncher* launcher = g_subprocess_launcher_new(static_cast<GSubprocessFlags>(
+      G_SUBPROCESS_FLAGS_STDOUT_SILENCE | G_SUBPROCESS_FLAGS_STDERR_PIPE));
+  // A group of its own, stopped as a whole: a wrapper in VANTLER_SSH may not exec ssh.
+  g_subprocess_launcher_set_child_setup(
+      launcher, [](gpointer) { ::setpgid(0, 0); }, nullptr, nullptr);
+  tunnel->ssh = g_subprocess_launcher_spawnv(launcher, args.data(), &error);
+  g_object_unref(launcher);
   if (!tunnel->ssh) {
     std::string why = error ? error->message : "cannot run ssh";
     g_clear_error(&error);
@@ -164,18 +178,22 @@ void Tunnels::stop(Tunnel& tunnel) {
   if (tunnel.retryTask) loop_.cancel(tunnel.retryTask);
   tunnel.retryTask = 0;
   if (tunnel.cancel) g_cancellable_cancel(tunnel.cancel);
-  if (tunnel.ssh) g_subprocess_send_signal(tunnel.ssh, SIGTERM);
+  if (tunnel.ssh && tunnel.pid > 0) ::kill(-tunnel.pid, SIGTERM);
   g_clear_object(&tunnel.ssh);
   g_clear_object(&tunnel.cancel);
   tunnel.pid = 0;
 }
 
 std::optional<std::string> Tunnels::machineOf(int32_t pid) {
-  if (pid <= 0) return std::nullopt;
-  for (auto& [name, tunnel] : tunnels_) {
-    if (tunnel->pid != pid) continue;
-    tunnel->lastEvent = loop_.wall();
-    return name;
+  if (tunnels_.empty()) return std::nullopt;
+  // The ssh we started, or a child of it: a wrapper in VANTLER_SSH may run ssh without exec.
+  for (int depth = 0; depth < 3 && pid > 1; ++depth) {
+    for (auto& [name, tunnel] : tunnels_) {
+      if (tunnel->pid != pid) continue;
+      tunnel->lastEvent = loop_.wall();
+      return name;
+    }
+    pid = parentOf(pid);
   }
   return std::nullopt;
 }
