@@ -139,11 +139,11 @@ SshMaster::SshMaster(const std::string& host) : host_(host) {
   for (std::string& a : args) argv.push_back(a.data());
   argv.push_back(nullptr);
   GPid pid;
-  if (!g_spawn_async(nullptr, argv.data(), nullptr,
-                     static_cast<GSpawnFlags>(G_SPAWN_DO_NOT_REAP_CHILD | G_SPAWN_SEARCH_PATH |
-                                              G_SPAWN_STDOUT_TO_DEV_NULL |
-                                              G_SPAWN_STDERR_TO_DEV_NULL),
-                     nullptr, nullptr, &pid, nullptr))
+  if (!g_spawn_async(
+          nullptr, argv.data(), nullptr,
+          static_cast<GSpawnFlags>(G_SPAWN_DO_NOT_REAP_CHILD | G_SPAWN_SEARCH_PATH |
+                                   G_SPAWN_STDOUT_TO_DEV_NULL | G_SPAWN_STDERR_TO_DEV_NULL),
+          nullptr, nullptr, &pid, nullptr))
     return;
   pid_ = pid;
   for (int i = 0; i < kWaitUp * 100 && !up_; ++i) {
