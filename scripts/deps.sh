@@ -13,14 +13,16 @@ build_pkgs=(build-essential cmake ninja-build pkg-config git
   libkeybinder-3.0-dev libxi-dev libxtst-dev libatspi2.0-dev
   libpulse-dev libsecret-1-dev libpocketsphinx-dev pocketsphinx-en-us)
 # What the desktop app needs at run time beyond the libraries above: a session bus for its
-# single instance and actions, the accessibility bus, and a browser opener for links.
-run_pkgs=(dbus-user-session at-spi2-core xdg-utils wtype)
+# single instance and actions, the accessibility bus, a browser opener for links, ssh for
+# remote hosts, and wtype to type dictated text on wlroots compositors.
+run_pkgs=(dbus-user-session at-spi2-core xdg-utils openssh-client wtype)
 test_pkgs=(clang libclang-rt-14-dev
   xvfb openbox xcompmgr xdotool x11-utils imagemagick at-spi2-core python3-gi gir1.2-gtk-3.0
   python3-pyatspi sway grim wayvnc
   tmux xterm kitty foot groff-base desktop-file-utils appstream dbus-daemon
   xclip wtype wl-clipboard
-  pulseaudio pulseaudio-utils espeak-ng gnome-keyring)
+  pulseaudio pulseaudio-utils espeak-ng gnome-keyring
+  openssh-server openssh-client)
 web_pkgs=(nodejs npm chromium)
 agent_pkgs=(nodejs npm tmux python3)
 

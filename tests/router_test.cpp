@@ -169,3 +169,28 @@ TEST_F(RouterTest, SubscribersGetTheSnapshotAtOnceThenCoalescedAndTheSlowAreDrop
   r->received(10, "{\"_query\":\"state\"}\n");
   EXPECT_FALSE(transport.finished.count(10));
 }
+
+TEST_F(RouterTest, OnlyTheTunnelNamesAnotherMachine) {
+  // From a tunnel: the session is the host's own, what the hook says of local processes is
+  // dropped, and commands are refused.
+  r->opened(1, "devbox");
+  r->received(1, R"({"session_id":"a","hook_event_name":"SessionStart","agentPid":1,)"
+                 R"("_host":{"pid":1,"tty":"/dev/pts/0"},"transcript_path":"/etc/passwd"})"
+                 "\n");
+  const Session* remote = hub->find("claude@devbox:a");
+  ASSERT_TRUE(remote);
+  EXPECT_EQ(remote->machine, "devbox");
+  EXPECT_FALSE(remote->agentPid || remote->hostPid || remote->tty || remote->transcript);
+  EXPECT_FALSE(hub->find("claude:a"));
+  r->opened(2, "devbox");
+  r->received(2, R"({"_command":{"type":"allow","id":"claude:a"}})"
+                 "\n");
+  EXPECT_THAT(transport.finished[2], ::testing::HasSubstr("not accepted"));
+
+  // A local hook cannot pass itself off as one.
+  r->opened(3);
+  r->received(3, R"({"session_id":"b","hook_event_name":"SessionStart","_machine":"devbox"})"
+                 "\n");
+  EXPECT_TRUE(hub->find("claude:b"));
+  EXPECT_FALSE(hub->find("claude@devbox:b"));
+}

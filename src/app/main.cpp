@@ -12,6 +12,7 @@
 #include "app/desktop.h"
 #include "app/linux_raise.h"
 #include "app/status.h"
+#include "app/remote_command.h"
 #include "bridge/linux_bridge.h"
 #include "core/files.h"
 #include "core/json.h"
@@ -72,6 +73,13 @@ constexpr Command kCommands[] = {
      "it with the suffix .vantler-backup."},
     {"disconnect", "vantler disconnect <agent>",
      "Removes Vantler's hooks for the agent, leaving everything else in its settings as it was."},
+    {"remote", "vantler remote add|list|status|remove [--container] <host>",
+     "Follows agents on another machine over SSH: 'add <host>' (an ~/.ssh/config alias or\n"
+     "user@host[:port]) installs the hook there and connects the agents it finds; Vantler then\n"
+     "keeps a tunnel to it. 'add --container <name>' does the same in a podman or docker\n"
+     "container and prints the mount that lets its hooks reach Vantler. 'list', 'status' and\n"
+     "'remove <host>' (which gives the host's settings back) manage them. ssh never prompts:\n"
+     "a host must accept your key and be known in ~/.ssh/known_hosts first."},
     {"usage", "vantler usage [--json]",
      "Shows what Claude Code has cost today, per model, read from ~/.claude/projects.\n"
      "--json prints the raw figures."},
@@ -245,6 +253,7 @@ int main(int argc, char** argv) {
     if (args.size() == 2 && args[1] == "--json") return usageReport(true);
     return wrongUsage();
   }
+  if (name == "remote") return RemoteCommand::run({args.begin() + 1, args.end()});
   if (name == "connect" || name == "disconnect")
     return args.size() == 2 ? connect(name, args[1]) : wrongUsage();
   bool always = false;

@@ -51,7 +51,8 @@ HubOptions hubOptions(const std::string& home) {
 }  // namespace
 
 Services::Services(GLibLoop& loop, std::string home)
-    : home_(std::move(home)),
+    : loop_(loop),
+      home_(std::move(home)),
       hub_(loop, defaults_, hubPorts(loop, home_), hubOptions(home_)),
       codex_(hub_, loop, home_) {
   Integrations::registerPrefs();
@@ -71,8 +72,14 @@ bool Services::demo() {
 
 bool Services::startBridge() {
   if (bridge_) return true;
-  auto bridge = std::make_unique<Bridge>(
-      hub_, home_, [this](const Json& command) { return Control::handle(hub_, command); });
+  auto bridge = std::make_unique<Bridge>(hub_, home_, [this](const Json& command) {
+    // `vantler remote` changed the host list: the tunnels follow it.
+    if (JsonField::str(command, "type") == "remotes") {
+      if (tunnels_) tunnels_->reload();
+      return Json{{"ok", true}, {"hosts", tunnels_ ? tunnels_->status() : Json::array()}};
+    }
+    return Control::handle(hub_, command);
+  });
   if (!bridge->start()) {
     bridgeError_ = bridge->error();
     return false;
@@ -88,6 +95,11 @@ void Services::startSessions() {
   }
   hub_.restoreRecent();
   codex_.start();
+  if (bridge_ && !tunnels_) {
+    tunnels_ = std::make_unique<Tunnels>(loop_, bridge_->path(), &Bridge::socketPath);
+    bridge_->setMachineOf([this](int32_t pid) { return tunnels_->machineOf(pid); });
+    tunnels_->reload();
+  }
 }
 
 void Services::refreshHooks() {
@@ -117,5 +129,7 @@ void Services::refreshHooks() {
 }
 
 void Services::stop() {
+  if (bridge_) bridge_->setMachineOf({});
+  tunnels_.reset();
   if (bridge_) bridge_->stop();
 }

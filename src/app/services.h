@@ -12,6 +12,7 @@
 #include "core/hub.h"
 #include "core/linux_glib_loop.h"
 #include "integrations/codex_watcher.h"
+#include "integrations/linux_tunnels.h"
 
 class Services {
  public:
@@ -26,8 +27,8 @@ class Services {
   // Listens on the hook socket. False when it cannot be bound; `bridgeError()` says why.
   bool startBridge();
   const std::string& bridgeError() const { return bridgeError_; }
-  // Restores recently finished sessions and follows Codex, or loads the demonstration
-  // sessions.
+  // Restores recently finished sessions, follows Codex and opens the tunnels to remote hosts,
+  // or loads the demonstration sessions.
   void startSessions();
   // Rewrites installed Claude Code and Cursor hooks so they run the current vantler-hook.
   static void refreshHooks();
@@ -40,10 +41,13 @@ class Services {
   const std::string& home() const { return home_; }
 
  private:
+  GLibLoop& loop_;
   std::string home_;
   Defaults defaults_;
   Hub hub_;
   CodexWatcher codex_;
   std::unique_ptr<Bridge> bridge_;
   std::string bridgeError_;
+  // The tunnels to remote hosts, kept while the bridge listens.
+  std::unique_ptr<Tunnels> tunnels_;
 };

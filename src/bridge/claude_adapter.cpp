@@ -56,8 +56,10 @@ std::optional<std::string> ClaudeAdapter::handle(const Json& payload, Hub::Reply
     return std::nullopt;
   }
   const Agent agent = Agents::parse(JsonField::str(payload, "_agent")).value_or(Agent::claude);
-  const std::string key =
-      std::string(Agents::raw(agent)) + ":" + JsonField::str(payload, "session_id");
+  // A session on another machine is told apart by its name: claude@devbox:<id>.
+  const std::string machine = JsonField::str(payload, "_machine");
+  const std::string key = std::string(Agents::raw(agent)) + (machine.empty() ? "" : "@" + machine) +
+                          ":" + JsonField::str(payload, "session_id");
   const std::string event = JsonField::str(payload, "hook_event_name");
   const Date t = hub_.now();
 
@@ -65,9 +67,12 @@ std::optional<std::string> ClaudeAdapter::handle(const Json& payload, Hub::Reply
   hub_.untuck(key);
   s.updated = t;
   s.hooked = true;
+  s.machine = machine;
   copySurroundings(hub_, s, payload);
-  // Codex's transcript is its rollout log, which the Codex watcher reads.
-  if (agent != Agent::codex && JsonField::hasString(payload, "transcript_path")) {
+  // Codex's transcript is its rollout log, which the Codex watcher reads; a transcript on
+  // another machine is not read.
+  if (agent != Agent::codex && machine.empty() &&
+      JsonField::hasString(payload, "transcript_path")) {
     s.transcript = JsonField::str(payload, "transcript_path");
     if (auto stats = hub_.transcripts().update(*s.transcript)) s.stats = std::move(*stats);
   }
@@ -162,7 +167,9 @@ std::optional<std::string> ClaudeAdapter::handle(const Json& payload, Hub::Reply
     s.activity = last.empty() ? "Finished" : ToolText::shorten(last, 90);
     if (s.activity.empty()) s.activity = "Finished";
     hub_.flashSession(key);
+    // The project of a session on another machine is not here to ask about.
     for (double delay : {Hub::kPrRefreshSoon, Hub::kPrRefreshLater}) {
+      if (!machine.empty()) break;
       hub_.later(delay, [key](Hub& hub) {
         if (const Session* found = hub.find(key)) hub.github().refresh({found->root}, true);
       });

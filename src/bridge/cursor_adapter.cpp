@@ -22,6 +22,8 @@ std::optional<std::string> CursorAdapter::handle(const Json& payload, Hub::Reply
     translated["_agent"] = "cursor";
     translated["cwd"] = cwd;
     if (const Json* host = JsonField::find(payload, "_host")) translated["_host"] = *host;
+    if (const Json* machine = JsonField::find(payload, "_machine"))
+      translated["_machine"] = *machine;
     if (const Json* pid = JsonField::find(payload, "agentPid")) translated["agentPid"] = *pid;
     return claude_.handle(translated, std::move(replyTo));
   };

@@ -177,7 +177,9 @@ void Bridge::acceptAll() {
     Conn& c = conns_[id];
     c.fd = fd;
     setWatch(c, id, G_IO_IN);
-    router_.opened(id);
+    std::optional<std::string> machine;
+    if (machineOf_) machine = machineOf_(static_cast<int32_t>(cred.pid));
+    router_.opened(id, machine.value_or(""));
   }
 }
 

@@ -10,6 +10,7 @@
 #include <glib.h>
 #include <sys/types.h>
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -46,6 +47,12 @@ class Bridge final : private Router::Transport {
   // Stops listening and removes the socket file, if it is still the one this bridge made.
   // Open connections stay until they end.
   void stop();
+
+  // Names the machine a connection comes from by its peer's pid (a tunnel's ssh client);
+  // nothing for this machine.
+  void setMachineOf(std::function<std::optional<std::string>(int32_t pid)> machineOf) {
+    machineOf_ = std::move(machineOf);
+  }
 
   const std::string& path() const { return path_; }
   const std::string& error() const { return error_; }
@@ -90,4 +97,5 @@ class Bridge final : private Router::Transport {
   ino_t socketIno_ = 0;
   Router::ConnId nextId_ = 1;
   std::unordered_map<Router::ConnId, Conn> conns_;
+  std::function<std::optional<std::string>(int32_t pid)> machineOf_;
 };

@@ -100,6 +100,7 @@ std::optional<std::string> OtherAgentsAdapter::handle(const Json& payload, Hub::
       top({"session_id", "sessionId", "sessionID", "trajectory_id", "conversation_id"});
   if (!sessionId.empty()) out["session_id"] = sessionId;
   if (const Json* host = JsonField::find(payload, "_host")) out["_host"] = *host;
+  if (const Json* machine = JsonField::find(payload, "_machine")) out["_machine"] = *machine;
   if (const Json* pid = JsonField::find(payload, "agentPid")) out["agentPid"] = *pid;
   if (std::string t = top({"transcript_path"}); !t.empty()) out["transcript_path"] = t;
 

@@ -39,13 +39,15 @@ bool Router::answerable(ConnId conn) const {
   return it != conns_.end() && !it->second.finished && !it->second.held && !it->second.following;
 }
 
-void Router::opened(ConnId conn) {
-  conns_[conn];
+void Router::opened(ConnId conn, std::string machine) {
+  conns_[conn].machine = std::move(machine);
 }
 
 void Router::received(ConnId conn, std::string_view bytes) {
   Conn& c = conns_[conn];
   if (bytes.empty()) return;
+  // Kept aside: a connection cut or answered is forgotten while its later lines are routed.
+  const std::string machine = c.machine;
   if (buffered_ + bytes.size() > limits_.total) {
     cut(conn, "the hook connections together buffer too much", buffered_ + bytes.size());
     return;
@@ -73,7 +75,7 @@ void Router::received(ConnId conn, std::string_view bytes) {
     size_t nl = rest.find('\n');
     std::string_view line = rest.substr(0, nl);
     rest.remove_prefix(nl + 1);
-    if (!line.empty()) dispatch(conn, line);
+    if (!line.empty()) dispatch(conn, line, machine);
   }
 }
 
@@ -132,10 +134,27 @@ void Router::keepAlive() {
     if (Conn* c = find(id); c && c->held) transport_.send(id, std::string(Wire::kAlive) + "\n");
 }
 
-void Router::dispatch(ConnId conn, std::string_view line) {
+void Router::dispatch(ConnId conn, std::string_view line, const std::string& machine) {
   Json obj = JsonField::parseBounded(line);
   if (!obj.is_object()) return;  // not for us: dropped, the connection stays
   const bool attached = answerable(conn);
+  // What a hook says of processes and files on another machine means nothing here; only the
+  // tunnel, never the payload, names the machine.
+  if (!machine.empty()) {
+    if (obj.contains("_query") || obj.contains("_command")) {
+      if (attached) {
+        find(conn)->finished = true;
+        transport_.finish(conn, R"({"ok":false,"error":"not accepted from another machine"})"
+                                "\n");
+      }
+      return;
+    }
+    obj.erase("_host");
+    obj.erase("agentPid");
+    obj["_machine"] = machine;
+  } else {
+    obj.erase("_machine");
+  }
 
   if (JsonField::str(obj, "_query") == "state") {
     if (!attached) return;

@@ -50,7 +50,9 @@ class Router {
   Router(const Router&) = delete;
   Router& operator=(const Router&) = delete;
 
-  void opened(ConnId conn);
+  // `machine` names the other machine a connection comes from (through its tunnel); empty for
+  // this one. Its lines may only be agent events, which are marked with the machine's name.
+  void opened(ConnId conn, std::string machine = {});
   // Every complete line is routed in order, also those after a line that was answered (their
   // answers have nowhere to go, and a request they open is withdrawn at once).
   void received(ConnId conn, std::string_view bytes);
@@ -70,9 +72,11 @@ class Router {
     std::optional<std::string> held;
     bool finished = false;   // answered or cut off: nothing more is written to it
     bool following = false;  // gets the snapshot on every change (see Subscribers)
+    std::string machine;
   };
 
-  void dispatch(ConnId conn, std::string_view line);
+  // `machine` is the connection's (Conn::machine).
+  void dispatch(ConnId conn, std::string_view line, const std::string& machine);
   // Whether a line on `conn` can still be answered on it.
   bool answerable(ConnId conn) const;
   void hold(ConnId conn, const std::string& key);

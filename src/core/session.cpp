@@ -320,8 +320,9 @@ void Session::write(JsonWriter& w, Date now, int64_t replyWindowSeconds, const P
       .field("color", colorIndex)
       .field("title", headline());
   std::string project = lastPathComponent(root);
-  w.field("project", project.empty() ? std::string("~") : project)
-      .field("mood", Moods::name(shownMood(now)))
+  w.field("project", project.empty() ? std::string("~") : project);
+  if (!machine.empty()) w.field("machine", machine);
+  w.field("mood", Moods::name(shownMood(now)))
       .field("activity", activity)
       .field("updated", millis(updated));
 

@@ -146,6 +146,8 @@ struct Session {
   std::optional<Date> finishedAt;
   std::optional<std::string> transcript;
   TranscriptStats stats;
+  // The other machine the agent runs on, reached through its tunnel; empty for this one.
+  std::string machine;
   std::optional<int32_t> hostPid;
   std::optional<std::string> hostBundle;
   std::optional<std::string> tty;

@@ -8,7 +8,6 @@
 // minutes) it waits as long as the app keeps saying it is there; the agent's own hook timeout
 // ends it. The exchange is described in bridge/wire.h.
 
-#include <pwd.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -65,11 +64,30 @@ std::optional<std::string> readInput(int fd) {
   return out;
 }
 
+// $HOME, else the user's line of /etc/passwd. The hook is linked statically, so it runs on any
+// Linux it is copied to, and does not use the name service, which needs the shared libc.
 std::string homeDirectory() {
   const char* home = std::getenv("HOME");
   if (home && *home) return home;
-  const passwd* pw = ::getpwuid(::getuid());
-  return pw && pw->pw_dir ? pw->pw_dir : "";
+  FILE* passwd = std::fopen("/etc/passwd", "re");
+  if (!passwd) return {};
+  const std::string uid = ":" + std::to_string(::getuid()) + ":";
+  std::string found;
+  char line[4096];
+  while (found.empty() && std::fgets(line, sizeof line, passwd)) {
+    // name:password:uid:gid:gecos:home:shell
+    std::string_view entry(line);
+    size_t first = entry.find(':');
+    size_t second = first == entry.npos ? entry.npos : entry.find(':', first + 1);
+    if (second == entry.npos || entry.substr(second, uid.size()) != uid) continue;
+    size_t at = second;
+    for (int field = 2; field < 5 && at != entry.npos; ++field) at = entry.find(':', at + 1);
+    if (at == entry.npos) continue;
+    std::string_view dir = entry.substr(at + 1);
+    found = dir.substr(0, dir.find(':'));
+  }
+  std::fclose(passwd);
+  return found;
 }
 
 // Sends the request line and waits for the app's answer as the protocol has it: the answer

@@ -2,13 +2,14 @@
 
 #include "core/files.h"
 #include "core/prefs.h"
+#include "integrations/file_access.h"
 #include "integrations/installers.h"
 
 namespace Integrations {
 namespace {
 
 bool claudeAvailable() {
-  return onPath("claude") || Files::exists(Files::home() + "/.claude");
+  return onPath("claude") || ConfigFile::files().exists(ConfigFile::files().home() + "/.claude");
 }
 
 [[noreturn]] void unknown(std::string_view agent) {

@@ -1,15 +1,8 @@
 // The one way agents' configuration files are read and written.
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
 
-#include "core/files.h"
+#include "integrations/file_access.h"
 #include "integrations/installers.h"
 #include "integrations/json_text.h"
 
@@ -18,22 +11,6 @@ namespace {
 
 bool blank(std::string_view text) {
   return text.find_first_not_of(" \t\r\n") == std::string_view::npos;
-}
-
-const char* kindOf(mode_t mode) {
-  if (S_ISDIR(mode)) return "a directory";
-  if (S_ISFIFO(mode)) return "a named pipe";
-  if (S_ISSOCK(mode)) return "a socket";
-  if (S_ISCHR(mode) || S_ISBLK(mode)) return "a device";
-  return "not a regular file";
-}
-
-[[noreturn]] void refuse(const std::string& path, mode_t mode) {
-  throw InstallError(shown(path) + " is " + kindOf(mode) + ", not a file; left it untouched");
-}
-
-[[noreturn]] void unreadable(const std::string& path) {
-  throw InstallError("cannot read " + shown(path) + ": " + std::strerror(errno));
 }
 
 Json parseObject(const std::string& path, const std::optional<std::string>& bytes) {
@@ -45,15 +22,6 @@ Json parseObject(const std::string& path, const std::optional<std::string>& byte
   if (!parsed.value.is_object())
     throw InstallError(shown(path) + " is not a JSON object; left it untouched");
   return std::move(parsed.value);
-}
-
-// Where the bytes really go: the target of a symbolic link, so a link into a dotfiles
-// repository stays a link.
-std::string target(const std::string& path) {
-  std::error_code ec;
-  if (!std::filesystem::is_symlink(path, ec)) return path;
-  auto real = std::filesystem::weakly_canonical(path, ec);
-  return ec ? path : real.string();
 }
 
 bool anyOurs(const Json& list, std::string_view marker, std::string_view key) {
@@ -93,7 +61,7 @@ bool stripEvents(Json& hooks, Strip strip) {
 }  // namespace
 
 std::string shown(const std::string& path) {
-  std::string home = Files::home();
+  std::string home = files().home();
   while (home.size() > 1 && home.back() == '/') home.pop_back();
   if (home.size() > 1 && path.size() > home.size() && path.compare(0, home.size(), home) == 0 &&
       path[home.size()] == '/')
@@ -110,40 +78,7 @@ std::string serialise(const Json& value) {
 }
 
 std::optional<std::string> read(const std::string& path) {
-  // Looked at before opening, so a device is never opened, and again through the descriptor,
-  // so what is read is what was checked. Non-blocking: a pipe without a writer cannot hang.
-  struct stat st;
-  if (::stat(path.c_str(), &st) != 0) {
-    if (errno == ENOENT || errno == ENOTDIR) return std::nullopt;
-    unreadable(path);
-  }
-  if (!S_ISREG(st.st_mode)) refuse(path, st.st_mode);
-  int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-  if (fd < 0) unreadable(path);
-  std::string bytes;
-  try {
-    if (::fstat(fd, &st) != 0) unreadable(path);
-    if (!S_ISREG(st.st_mode)) refuse(path, st.st_mode);
-    if (static_cast<uint64_t>(st.st_size) > kMaxBytes)
-      throw InstallError(shown(path) + " is larger than " + std::to_string(kMaxBytes >> 20) +
-                         " MB; left it untouched");
-    char buffer[16384];
-    for (;;) {
-      ssize_t n = ::read(fd, buffer, sizeof buffer);
-      if (n < 0 && errno == EINTR) continue;
-      if (n < 0) unreadable(path);
-      if (n == 0) break;
-      bytes.append(buffer, static_cast<size_t>(n));
-      if (bytes.size() > kMaxBytes)
-        throw InstallError(shown(path) + " grew past " + std::to_string(kMaxBytes >> 20) +
-                           " MB while being read; left it untouched");
-    }
-  } catch (...) {
-    ::close(fd);
-    throw;
-  }
-  ::close(fd);
-  return bytes;
+  return files().read(path);
 }
 
 Json load(const std::string& path) {
@@ -186,17 +121,7 @@ void edit(const std::string& path, const std::function<bool(Json& root)>& change
 void write(const std::string& path, std::string_view bytes, bool backup) {
   auto before = read(path);
   if (before && *before == bytes) return;
-  std::string real = target(path);
-  if (before && backup) {
-    // The backup keeps the original's permissions: settings files can hold secrets. A failed
-    // backup does not stop the write.
-    struct stat st;
-    std::optional<unsigned> mode;
-    if (::stat(real.c_str(), &st) == 0) mode = st.st_mode & 0777;
-    (void)Files::writeAtomic(path + std::string(kBackupSuffix), *before, mode);
-  }
-  if (auto error = Files::writeAtomic(real, bytes))
-    throw InstallError("could not save " + shown(path) + " (" + *error + ")");
+  files().replace(path, bytes, backup && before);
 }
 
 namespace {
@@ -209,7 +134,7 @@ bool isHookProgram(std::string_view path, std::string_view program) {
   }
   const std::string rest = "/.vantler/bin/" + std::string(program);
   for (const std::string& dir :
-       {Files::home(), std::string("~"), std::string("$HOME"), std::string("${HOME}")})
+       {files().home(), std::string("~"), std::string("$HOME"), std::string("${HOME}")})
     if (path == dir + rest) return true;
   return false;
 }

@@ -1,6 +1,6 @@
 // Cursor's hooks: flat lists of commands per event in ~/.cursor/hooks.json.
 
-#include "core/files.h"
+#include "integrations/file_access.h"
 #include "integrations/installers.h"
 
 namespace CursorHooks {
@@ -21,11 +21,12 @@ constexpr Event kEvents[] = {
 }  // namespace
 
 std::string path() {
-  return Files::home() + "/.cursor/hooks.json";
+  return ConfigFile::files().home() + "/.cursor/hooks.json";
 }
 
 bool available() {
-  return Integrations::onPath("cursor") || Files::exists(Files::home() + "/.cursor");
+  return Integrations::onPath("cursor") ||
+         ConfigFile::files().exists(ConfigFile::files().home() + "/.cursor");
 }
 
 bool isInstalled() {

@@ -7,6 +7,7 @@
 
 #include "core/files.h"
 #include "install_dirs.h"
+#include "integrations/file_access.h"
 #include "integrations/installers.h"
 
 namespace HookInstaller {
@@ -40,10 +41,6 @@ bool isRegularFile(const std::string& path) {
   return ::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
 }
 
-bool isExecutableFile(const std::string& path) {
-  return isRegularFile(path) && ::access(path.c_str(), X_OK) == 0;
-}
-
 bool groupsHaveOurs(const Json& groups) {
   return std::any_of(groups.begin(), groups.end(), [](const Json& group) {
     const Json& entries = JsonField::array(group, "hooks");
@@ -55,11 +52,11 @@ bool groupsHaveOurs(const Json& groups) {
 }  // namespace
 
 std::string settingsPath() {
-  return Files::home() + "/.claude/settings.json";
+  return ConfigFile::files().home() + "/.claude/settings.json";
 }
 
 std::string binPath() {
-  return Files::home() + "/.vantler/bin/vantler-hook";
+  return ConfigFile::files().home() + "/.vantler/bin/vantler-hook";
 }
 
 const std::string& command() {
@@ -83,29 +80,13 @@ void setBundledBinary(std::optional<std::string> path) {
 }
 
 void copyBinary() {
-  std::string dest = binPath();
-  std::string dir = Files::parent(dest);
-  if (!Files::makeDirs(dir)) throw InstallError("could not create " + ConfigFile::shown(dir));
-  auto source = bundledBinary();
-  if (!source) return;
-  auto bytes = Files::read(*source);
-  struct stat st;
-  if (!bytes || ::stat(source->c_str(), &st) != 0)
-    throw InstallError("could not read the hook program " + *source);
-  unsigned mode = st.st_mode & 07777;
-  struct stat old;
-  if (::stat(dest.c_str(), &old) == 0 && S_ISREG(old.st_mode) && (old.st_mode & 07777) == mode &&
-      Files::read(dest) == bytes)
-    return;
-  // Renamed into place: an agent running the old copy keeps it, a new run gets the new one.
-  if (auto error = Files::writeAtomic(dest, *bytes, mode))
-    throw InstallError("could not install the hook program (" + *error + ")");
+  ConfigFile::files().installProgram(binPath());
 }
 
 bool isInstalled() {
   auto root = ConfigFile::peek(settingsPath());
   return root && ConfigFile::hasGroupEntry(JsonField::object(*root, "hooks")) &&
-         isExecutableFile(binPath());
+         ConfigFile::files().isExecutable(binPath());
 }
 
 bool hasLegacyEntries() {

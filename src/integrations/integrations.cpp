@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "core/files.h"
+#include "integrations/file_access.h"
 #include "integrations/installers.h"
 
 namespace Integrations {
@@ -47,7 +48,7 @@ constexpr const char* kCopilotEvents[] = {
 };
 
 std::string home(std::string_view rest) {
-  return Files::home() + std::string(rest);
+  return ConfigFile::files().home() + std::string(rest);
 }
 
 template <size_t N>
@@ -86,8 +87,7 @@ bool ownFileInstalled(const std::string& file) {
 }
 
 void removeOwnFile(const std::string& file) {
-  if (::unlink(file.c_str()) != 0 && errno != ENOENT)
-    throw InstallError("could not remove " + ConfigFile::shown(file) + ": " + std::strerror(errno));
+  ConfigFile::files().remove(file);
 }
 
 // Droid reads hooks from either file; both are cleaned so no stale entry stays behind.
@@ -145,14 +145,14 @@ std::string path(Integration integration) {
       return home("/.gemini/settings.json");
     case Integration::droid: {
       std::string hooks = home("/.factory/hooks.json");
-      return Files::exists(hooks) ? hooks : home("/.factory/settings.json");
+      return ConfigFile::files().exists(hooks) ? hooks : home("/.factory/settings.json");
     }
     case Integration::copilot:
       return home("/.copilot/hooks/vantler.json");
     case Integration::windsurf:
       return home("/.codeium/windsurf/hooks.json");
     case Integration::opencode:
-      return Files::configHome() + "/opencode/plugin/vantler.js";
+      return ConfigFile::files().configHome() + "/opencode/plugin/vantler.js";
     case Integration::codex:
       return home("/.codex/hooks.json");
   }
@@ -193,17 +193,18 @@ bool onPath(std::string_view name) {
 bool available(Integration integration) {
   switch (integration) {
     case Integration::gemini:
-      return Files::exists(home("/.gemini"));
+      return ConfigFile::files().exists(home("/.gemini"));
     case Integration::droid:
-      return Files::exists(home("/.factory"));
+      return ConfigFile::files().exists(home("/.factory"));
     case Integration::copilot:
-      return Files::exists(home("/.copilot"));
+      return ConfigFile::files().exists(home("/.copilot"));
     case Integration::windsurf:
-      return onPath("windsurf") || Files::exists(home("/.codeium/windsurf"));
+      return onPath("windsurf") || ConfigFile::files().exists(home("/.codeium/windsurf"));
     case Integration::opencode:
-      return Files::exists(Files::configHome() + "/opencode") || Files::exists(home("/.opencode"));
+      return ConfigFile::files().exists(ConfigFile::files().configHome() + "/opencode") ||
+             ConfigFile::files().exists(home("/.opencode"));
     case Integration::codex:
-      return onPath("codex") || Files::exists(home("/.codex"));
+      return onPath("codex") || ConfigFile::files().exists(home("/.codex"));
   }
   return false;
 }

@@ -105,6 +105,8 @@ export function session(v: unknown): Session {
   if (branch) s.branch = branch;
   const host = optStr(r.host);
   if (host) s.host = host;
+  const machine = optStr(r.machine);
+  if (machine) s.machine = machine;
   const p = pending(r.pending);
   if (p) s.pending = p;
   const pull = pr(r.pr);

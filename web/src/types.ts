@@ -42,6 +42,8 @@ export interface Session {
   color: number;
   title: string;
   project: string;
+  // The other machine the agent runs on (through an SSH tunnel); absent for this one.
+  machine?: string;
   mood: Mood;
   activity: string;
   updated: number;

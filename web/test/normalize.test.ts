@@ -31,9 +31,9 @@ describe('normalizeSnapshot', () => {
 
   it('drops unknown moods, poses and request kinds, and cuts the tally to four', () => {
     const s = normalizeSnapshot({
-      sessions: [{ id: 'x', mood: 'angry', pose: 'dance', pending: { kind: 'later' }, tally: [1, 2, 3, 4, 5, 6].map((n) => ({ tool: `t${n}`, count: n })) }],
+      sessions: [{ id: 'x', mood: 'angry', pose: 'dance', machine: 'devbox', pending: { kind: 'later' }, tally: [1, 2, 3, 4, 5, 6].map((n) => ({ tool: `t${n}`, count: n })) }],
     });
-    expect(s.sessions[0]).toMatchObject({ mood: 'idle', pose: 'idle', project: '~' });
+    expect(s.sessions[0]).toMatchObject({ mood: 'idle', pose: 'idle', project: '~', machine: 'devbox' });
     expect(s.sessions[0].pending).toBeUndefined();
     expect(s.sessions[0].tally.map((t) => t.tool)).toEqual(['t1', 't2', 't3', 't4']);
   });

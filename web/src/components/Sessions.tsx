@@ -42,7 +42,8 @@ function ContextMeter({ fraction, tokens }: { fraction: number; tokens?: number 
 }
 
 function subline(s: Session): string {
-  return [s.project, s.branch, s.host].filter(Boolean).join(' · ');
+  const project = s.machine ? `${s.project} on ${s.machine}` : s.project;
+  return [project, s.branch, s.host].filter(Boolean).join(' · ');
 }
 
 function latest(s: Session): { text: string; failed: boolean } {

@@ -1,0 +1,276 @@
+// Agents on another machine, end to end: a private OpenSSH server whose logins land in a second
+// temporary home (the host), the real daemon keeping its tunnel, the real vantler-hook copied
+// there by `vantler remote add`.
+
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <netinet/in.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+#include <memory>
+
+#include "core/files.h"
+#include "process.h"
+#include "test_support.h"
+
+namespace {
+
+const std::string kBin = VANTLER_BINARY_DIR;
+constexpr const char* kSettings = "{\n  \"theme\": \"dark\",\n    \"model\":  \"opus\"\n}\n";
+
+std::string freePort() {
+  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t len = sizeof addr;
+  ::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
+  ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len);
+  ::close(fd);
+  return std::to_string(ntohs(addr.sin_port));
+}
+
+void write(const std::string& path, const std::string& text, unsigned mode = 0600) {
+  ASSERT_FALSE(Files::writeAtomic(path, text, mode));
+}
+
+bool waitFor(const std::function<bool()>& done, double seconds = 10) {
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+  while (std::chrono::steady_clock::now() < deadline) {
+    if (done()) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  return done();
+}
+
+// The pid of the ssh whose command line forwards to `socket`; 0 when none runs.
+pid_t tunnelTo(const std::string& socket) {
+  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+    std::string name = entry.path().filename();
+    if (name.find_first_not_of("0123456789") != std::string::npos) continue;
+    auto cmdline = Files::read(entry.path().string() + "/cmdline");
+    if (cmdline && cmdline->find(std::string("-R\0", 3) + socket + ":") != std::string::npos)
+      return static_cast<pid_t>(std::stoi(name));
+  }
+  return 0;
+}
+
+}  // namespace
+
+class RemoteTest : public ::testing::Test {
+ protected:
+  TempHome local;
+  std::string host;  // the home directory logins to "devbox" get
+  std::unique_ptr<Process> sshd, daemon;
+
+  void SetUp() override {
+    if (!Files::exists("/usr/sbin/sshd")) GTEST_SKIP() << "openssh-server is not installed";
+    char pattern[] = "/tmp/vantler-host-XXXXXX";
+    host = ::mkdtemp(pattern);
+    const std::string dir = local.path() + "/sshd", ssh = local.path() + "/.ssh";
+    Files::makeDirs(dir, 0700);
+    Files::makeDirs(ssh, 0700);
+    for (const std::string& key : {dir + "/host_key", ssh + "/id", ssh + "/other"})
+      ASSERT_EQ(
+          Process({"/usr/bin/ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-f", key}, {}).wait(20),
+          0);
+    std::filesystem::copy_file(ssh + "/id.pub", dir + "/authorized_keys");
+    const std::string port = freePort();
+    write(dir + "/config", "Port " + port + "\nListenAddress 127.0.0.1\nHostKey " + dir +
+                               "/host_key\nPidFile " + dir + "/pid\nAuthorizedKeysFile " + dir +
+                               "/authorized_keys\nUsePAM no\nStrictModes no\n"
+                               "PasswordAuthentication no\nKbdInteractiveAuthentication no\n"
+                               "PermitRootLogin prohibit-password\nSetEnv HOME=" +
+                               host + "\n");
+    if (::getuid() == 0) Files::makeDirs("/run/sshd", 0755);
+    sshd = std::make_unique<Process>(
+        std::vector<std::string>{"/usr/sbin/sshd", "-D", "-e", "-f", dir + "/config"},
+        std::map<std::string, std::string>{});
+    auto hostKey = Files::read(dir + "/host_key.pub");
+    write(ssh + "/known_hosts", "[127.0.0.1]:" + port + " " + hostKey.value_or(""));
+    const char* user = std::getenv("USER");
+    std::string login = ::getuid() == 0 ? "root" : (user ? user : "");
+    auto entry = [&](const std::string& name, const std::string& key) {
+      return "Host " + name + "\n  HostName 127.0.0.1\n  Port " + port + "\n  User " + login +
+             "\n  IdentityFile " + ssh + "/" + key + "\n  IdentitiesOnly yes\n" +
+             "  UserKnownHostsFile " + ssh + "/known_hosts\n";
+    };
+    write(ssh + "/config", entry("devbox", "id") + entry("locked", "other"));
+    write(local.path() + "/ssh", "#!/bin/sh\nexec ssh -F " + ssh + "/config \"$@\"\n", 0755);
+    bool up = waitFor([&] {
+      return Process(
+                 {"/usr/bin/ssh", "-F", ssh + "/config", "-o", "BatchMode=yes", "devbox", "true"},
+                 {})
+                 .wait(10) == 0;
+    });
+    if (!up) GTEST_SKIP() << "sshd did not start: " << sshd->err();
+  }
+
+  void TearDown() override {
+    if (daemon && daemon->running()) {
+      daemon->signal(SIGTERM);
+      EXPECT_EQ(daemon->wait(5), 0);
+    }
+    if (sshd) sshd->signal(SIGTERM);
+    std::error_code ec;
+    if (!host.empty()) std::filesystem::remove_all(host, ec);
+  }
+
+  std::map<std::string, std::string> env() const {
+    return {{"HOME", local.path()},
+            {"XDG_CONFIG_HOME", local.path() + "/.config"},
+            {"VANTLER_SSH", local.path() + "/ssh"},
+            {"VANTLER_DEMO", ""}};
+  }
+  std::string hostSocket() const { return host + "/.vantler/run/vantler.sock"; }
+
+  void startDaemon() {
+    daemon =
+        std::make_unique<Process>(std::vector<std::string>{kBin + "/vantler", "daemon"}, env());
+    ASSERT_TRUE(waitFor([&] { return Files::exists(local.path() + "/.vantler/run/vantler.sock"); }))
+        << daemon->err();
+  }
+  int cli(std::vector<std::string> args, std::string* out = nullptr, std::string* err = nullptr) {
+    args.insert(args.begin(), kBin + "/vantler");
+    Process p(args, env());
+    auto status = p.wait(60);
+    if (out) *out = p.out();
+    if (err) *err = p.err();
+    return status.value_or(-1);
+  }
+  // The host's own copy of the hook, run there with a payload.
+  std::unique_ptr<Process> hostHook(const Json& payload) {
+    return std::make_unique<Process>(
+        std::vector<std::string>{host + "/.vantler/bin/vantler-hook", "claude"},
+        std::map<std::string, std::string>{{"HOME", host}}, payload.dump());
+  }
+  Json session(const std::string& id) {
+    Process p({kBin + "/vantler", "state"}, env());
+    p.wait(10);
+    Json all = Json::parse(p.out(), nullptr, false);
+    if (all.is_object())
+      for (const Json& s : all["sessions"])
+        if (s["id"] == id) return s;
+    return nullptr;
+  }
+};
+
+TEST_F(RemoteTest, HostAgentsReachThePanelThroughTheTunnel) {
+  const std::string settings = host + "/.claude/settings.json";
+  Files::makeDirs(host + "/.claude");
+  write(settings, kSettings, 0640);
+  startDaemon();
+
+  const auto added = std::chrono::steady_clock::now();
+  std::string out, err;
+  ASSERT_EQ(cli({"remote", "add", "devbox"}, &out, &err), 0) << err;
+  EXPECT_THAT(out, ::testing::HasSubstr("connected: claude"));
+  Process version({host + "/.vantler/bin/vantler-hook", "--version"}, {});
+  EXPECT_EQ(version.wait(5), 0);
+  EXPECT_THAT(version.out(), ::testing::StartsWith("vantler-hook "));
+  auto connected = Files::read(settings);
+  ASSERT_TRUE(connected);
+  EXPECT_THAT(*connected,
+              ::testing::StartsWith("{\n  \"theme\": \"dark\",\n    \"model\":  \"opus\""));
+  EXPECT_THAT(*connected, ::testing::HasSubstr("vantler-hook\\\" claude"));
+  EXPECT_EQ(Files::read(settings + ".vantler-backup"), kSettings);
+  struct stat st;
+  ASSERT_EQ(::stat(settings.c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0640u);
+
+  // A tool call there shows here, under an id of its own and with the host's name.
+  const std::string id = "claude@devbox:r1";
+  Json pre = {{"session_id", "r1"},  {"hook_event_name", "PreToolUse"},     {"cwd", "/srv/api"},
+              {"tool_name", "Bash"}, {"tool_input", {{"command", "make"}}}, {"tool_use_id", "t1"}};
+  ASSERT_TRUE(waitFor([&] {
+    hostHook(pre)->wait(5);
+    return session(id).is_object();
+  }));
+  std::printf("remote add -> first event shown: %.2f s\n",
+              std::chrono::duration<double>(std::chrono::steady_clock::now() - added).count());
+  Json s = session(id);
+  EXPECT_EQ(s["machine"], "devbox");
+  EXPECT_EQ(s["project"], "api");
+  EXPECT_EQ(s["activity"], "Running make");
+  EXPECT_EQ(session("claude:r1"), nullptr);
+
+  // A permission request there is answered here, on the connection that asked.
+  Json ask = pre;
+  ask["hook_event_name"] = "PermissionRequest";
+  auto asking = hostHook(ask);
+  ASSERT_TRUE(waitFor([&] { return session(id).contains("pending"); }));
+  ASSERT_EQ(cli({"allow", id}), 0);
+  ASSERT_EQ(asking->wait(5), 0);
+  EXPECT_EQ(JsonField::parse(asking->out())["hookSpecificOutput"]["decision"]["behavior"], "allow");
+
+  // The tunnel drops while a request waits: both ends let go, new hooks return at once, and
+  // the tunnel comes back.
+  auto held = hostHook(ask);
+  ASSERT_TRUE(waitFor([&] { return session(id).contains("pending"); }));
+  pid_t tunnel = tunnelTo(hostSocket());
+  ASSERT_GT(tunnel, 0);
+  ::kill(tunnel, SIGKILL);
+  EXPECT_EQ(held->wait(5), 0);
+  EXPECT_EQ(held->out(), "");
+  EXPECT_TRUE(waitFor([&] { return !session(id).contains("pending"); }));
+  auto orphan = hostHook(pre);
+  EXPECT_EQ(orphan->wait(1), 0);
+  ASSERT_TRUE(waitFor([&] {
+    pid_t again = tunnelTo(hostSocket());
+    return again > 0 && again != tunnel;
+  }));
+  pre["tool_input"]["command"] = "make test";
+  EXPECT_TRUE(waitFor([&] {
+    hostHook(pre)->wait(5);
+    return session(id)["activity"] == "Running make test";
+  }));
+  ASSERT_EQ(cli({"remote", "status"}, &out), 0);
+  EXPECT_THAT(out, ::testing::HasSubstr("devbox: up since"));
+
+  // Removing the host gives its settings back as they were and ends the tunnel.
+  ASSERT_EQ(cli({"remote", "remove", "devbox"}, &out, &err), 0) << err;
+  EXPECT_EQ(Files::read(settings), kSettings);
+  EXPECT_TRUE(waitFor([&] { return tunnelTo(hostSocket()) == 0; }));
+  ASSERT_EQ(cli({"remote", "list"}, &out), 0);
+  EXPECT_THAT(out, ::testing::Not(::testing::HasSubstr("devbox")));
+}
+
+TEST_F(RemoteTest, AHostThatWantsAPasswordGetsOneLine) {
+  std::string err;
+  EXPECT_EQ(cli({"remote", "add", "locked"}, nullptr, &err), 1);
+  EXPECT_THAT(err, ::testing::StartsWith("vantler: locked asks for a password"));
+  EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1);
+  EXPECT_FALSE(Files::exists(local.path() + "/.config/vantler/remotes.json"));
+}
+
+// A container reached through its runtime's exec: here a stand-in `podman` on PATH that runs the
+// command in a directory playing the container's home.
+TEST(RemoteContainerTest, AddInstallsThroughExecAndPrintsTheMount) {
+  TempHome local;
+  const std::string box = local.path() + "/box", bin = local.path() + "/bin";
+  Files::makeDirs(box + "/.claude");
+  write(box + "/.claude/settings.json", kSettings);
+  write(bin + "/podman",
+        "#!/bin/sh\ncase \"$1\" in\n  container) [ \"$3\" = web ];;\n"
+        "  exec) shift 3; HOME=" +
+            box + " exec \"$@\";;\n  *) exit 125;;\nesac\n",
+        0755);
+  const char* path = std::getenv("PATH");
+  std::map<std::string, std::string> env = {{"HOME", local.path()},
+                                            {"XDG_CONFIG_HOME", local.path() + "/.config"},
+                                            {"PATH", bin + ":" + (path ? path : "/usr/bin:/bin")}};
+  Process add({kBin + "/vantler", "remote", "add", "--container", "web"}, env);
+  ASSERT_EQ(add.wait(60), 0) << add.err();
+  EXPECT_THAT(add.out(), ::testing::HasSubstr("connected: claude"));
+  EXPECT_THAT(add.out(), ::testing::HasSubstr("-v " + local.path() + "/.vantler/run:" + box +
+                                              "/.vantler/run"));
+  EXPECT_TRUE(Files::exists(box + "/.vantler/bin/vantler-hook"));
+  EXPECT_THAT(Files::read(box + "/.claude/settings.json").value_or(""),
+              ::testing::HasSubstr("vantler-hook"));
+
+  Process remove({kBin + "/vantler", "remote", "remove", "web"}, env);
+  ASSERT_EQ(remove.wait(60), 0) << remove.err();
+  EXPECT_EQ(Files::read(box + "/.claude/settings.json"), kSettings);
+}
