@@ -545,7 +545,7 @@ TEST(DaemonCli, AgentsConnectDisconnectAndUsage) {
   Files::writeAtomic(settings, mine);
   EXPECT_EQ(run({"connect", "claude"})->wait(), 0);
   EXPECT_THAT(run({"agents"})->out(),
-              ::testing::ContainsRegex("Claude Code \\(claude\\) +yes +yes"));
+              ::testing::ContainsRegex("Claude Code \\(claude\\) +connected "));
   EXPECT_TRUE(Files::exists(home.path() + "/.vantler/bin/vantler-hook"));
   EXPECT_EQ(run({"disconnect", "claude"})->wait(), 0);
   EXPECT_EQ(Files::read(settings), mine);

@@ -120,6 +120,7 @@ TEST(Hook, ForwardsPayloadAsOneLineAndPrintsTheAnswer) {
   Json expected = Json::parse(input);
   expected["_agent"] = "claude";
   expected["agentPid"] = ::getpid();
+  expected["_cwd"] = fs::current_path().string();
   EXPECT_EQ(sent, expected);
   EXPECT_TRUE(app.heldOpen());
   EXPECT_EQ(r.status, 0);
