@@ -483,10 +483,12 @@ void installJson(const Row& r, const std::string& file) {
                 {{"name", "vantler"}, {"command", hookCommand(r.id)}, {"timeout", *e.timeout}});
       return true;
     }
-    for (const GroupEvent& e : r.events) {
-      const bool script = r.shape == Shape::scripts;
+    // Fresh entries replace ours, always at the end of each list.
+    const bool script = r.shape == Shape::scripts;
+    for (const GroupEvent& e : r.events)
       ConfigFile::stripGroups(
           hooks, script ? std::string_view(augmentScript(e.name)) : ConfigFile::kMarker);
+    for (const GroupEvent& e : r.events) {
       const std::string command =
           script ? home("/.augment/hooks/") + augmentScript(e.name) : hookCommand(r.id);
       ConfigFile::eventList(hooks, e.name, file)
