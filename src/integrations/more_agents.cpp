@@ -47,6 +47,13 @@ struct Row {
 // seconds for every event answered at once.
 constexpr int64_t kDay = 86400, kSoon = 10, kMs = 1000;
 
+// Qoder and CodeBuddy Code copy Claude Code's events and seconds.
+const std::vector<GroupEvent> kClaudeShaped = {
+    {"SessionStart", false, kSoon},     {"SessionEnd", false, kSoon},
+    {"UserPromptSubmit", false, kSoon}, {"PreToolUse", true, kSoon},
+    {"PostToolUse", true, kSoon},       {"PermissionRequest", true, kDay},
+    {"Notification", true, kSoon},      {"Stop", false, kSoon}};
+
 const std::vector<Row>& rows() {
   static const std::vector<Row> table = {
       {"qwen",
@@ -64,30 +71,11 @@ const std::vector<Row>& rows() {
         {"PreCompact", false, kSoon * kMs}},
        {"/.qwen"},
        "qwen"},
-      {"qoder",
-       "Qoder",
-       Shape::grouped,
-       {{"SessionStart", false, kSoon},
-        {"SessionEnd", false, kSoon},
-        {"UserPromptSubmit", false, kSoon},
-        {"PreToolUse", true, kSoon},
-        {"PostToolUse", true, kSoon},
-        {"PermissionRequest", true, kDay},
-        {"Notification", true, kSoon},
-        {"Stop", false, kSoon}},
-       {"/.qoder"},
-       "qodercli"},
+      {"qoder", "Qoder", Shape::grouped, kClaudeShaped, {"/.qoder"}, "qodercli"},
       {"codebuddy",
        "CodeBuddy Code",
        Shape::grouped,
-       {{"SessionStart", false, kSoon},
-        {"SessionEnd", false, kSoon},
-        {"UserPromptSubmit", false, kSoon},
-        {"PreToolUse", true, kSoon},
-        {"PostToolUse", true, kSoon},
-        {"PermissionRequest", true, kDay},
-        {"Notification", true, kSoon},
-        {"Stop", false, kSoon}},
+       kClaudeShaped,
        {"/.codebuddy"},
        "codebuddy",
        "review the hooks in its /hooks screen",
