@@ -378,7 +378,7 @@ TEST_F(MoreAgentFiles, SettingsFilesComeBackByteForByte) {
        "{\"allowed_tools\": "
        "[\"view\"]}\n}\n",
        {"\"name\": \"vantler\"", "\"timeout\": 600"}},
-      {"junie", "/.junie/settings.json", "{\r\n  \"a\": 1\r\n}\r\n", {"SessionStart"}},
+      {"junie", "/.junie/config.json", "{\r\n  \"a\": 1\r\n}\r\n", {"SessionStart"}},
       {"kimi",
        "/.kimi-code/config.toml",
        "# my settings\ndefault_model = \"kimi-k2\"\n\n[[hooks]]\nevent = \"Stop\"\nmatcher = \"\"\n"

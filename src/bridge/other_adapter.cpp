@@ -26,6 +26,7 @@ constexpr EventName kEvents[] = {
     {"TaskStart", "SessionStart"},
     {"TaskResume", "SessionStart"},
     {"agentSpawn", "SessionStart"},
+    {"AgentSpawn", "SessionStart"},
     {"SessionEnd", "SessionEnd"},
     {"sessionEnd", "SessionEnd"},
     {"session.deleted", "SessionEnd"},

@@ -247,9 +247,10 @@ std::string filePath(const Row& r) {
   if (id == "vibe") return home("/.vibe/hooks.toml");
   if (id == "crush") return Files::configHome() + "/crush/crush.json";
   if (id == "aider") return home("/.aider.conf.yml");
+  if (id == "junie") return home("/.junie/config.json");
   if (id == "amp") return Files::configHome() + "/amp/plugins/vantler.ts";
   if (id == "kilo") return Files::configHome() + "/kilo/plugin/vantler.js";
-  return home("/." + id + "/settings.json");  // qwen, codebuddy, augment, junie
+  return home("/." + id + "/settings.json");  // qwen, codebuddy, augment
 }
 
 // --- TOML tables ---
