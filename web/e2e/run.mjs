@@ -353,7 +353,8 @@ test('settings: every preference posts "setting" with its key and value', async 
   await expect(() => p.getByRole('switch', { name: 'Copilot CLI' }).click(), 'integration:copilot', true);
   await expect(() => p.getByRole('switch', { name: 'Claude Code' }).click(), 'hooksInstalled', false);
   await expect(() => p.getByRole('switch', { name: 'Cursor' }).click(), 'cursorInstalled', true);
-  assert.equal(await p.getByRole('switch', { name: 'Droid' }).isDisabled(), true, 'an agent that is not installed cannot be connected');
+  assert.equal(await p.getByRole('switch', { name: 'Droid' }).count(), 0, 'an agent that is not installed cannot be connected');
+  assert.ok((await p.locator('.agents-missing').textContent()).includes('Droid, Windsurf'), 'it is named as missing');
   assert.equal(await p.getByRole('switch', { name: 'Glass' }).isDisabled(), true, 'no glass on this desktop');
   await p.getByRole('switch', { name: 'Alt gestures' }).click();
   await p.waitPosted('optionTapChanged');
