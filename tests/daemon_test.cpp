@@ -353,6 +353,51 @@ TEST_F(DaemonTest, GeminiOpenCodeWindsurfAndCopilotTurns) {
 
 // Codex's hooks land on the session its rollout log follows, and its permission requests are
 // answered from the panel with Codex's decision body.
+// Qwen Code and Crush asked and answered from the command line, through the real hook; Crush
+// and Cline get their "no opinion" at once for the events Vantler does not hold.
+TEST_F(DaemonTest, QwenAndCrushAnsweredCrushAndClineLetGoAtOnce) {
+  start();
+  Files::writeAtomic(home.path() + "/.config/crush/crush.json",
+                     R"({"permissions": {"allowed_tools": ["edit"]}})");
+  const Json bash = {{"command", "make deploy"}};
+  // Crush's own prompt would not come for these: the hook answers at once.
+  EXPECT_EQ(quick("crush", {{"event", "PreToolUse"},
+                            {"session_id", "cr"},
+                            {"cwd", "/w/cr"},
+                            {"tool_name", "edit"},
+                            {"tool_input", {{"file_path", "/w/cr/a.go"}}}}),
+            "{\"decision\":null,\"version\":1}\n");
+  EXPECT_EQ(quick("cline", {{"hookName", "TaskStart"}, {"taskId", "t1"}}), "{\"cancel\":false}\n");
+  EXPECT_EQ(session("cline:t1")["agent"], "cline");
+
+  struct Asked {
+    std::string agent;
+    Json payload;
+    std::string answer;
+  };
+  const std::vector<Asked> cases = {
+      {"qwen",
+       {{"hook_event_name", "PermissionRequest"},
+        {"session_id", "q"},
+        {"tool_name", "run_shell_command"},
+        {"tool_input", bash}},
+       R"({"hookSpecificOutput":{"decision":{"behavior":"allow"},"hookEventName":"PermissionRequest"}})"},
+      {"crush",
+       {{"event", "PreToolUse"}, {"session_id", "cr"}, {"tool_name", "bash"}, {"tool_input", bash}},
+       R"({"decision":"allow","version":1})"},
+  };
+  for (const Asked& c : cases) {
+    SCOPED_TRACE(c.agent);
+    auto asked = hook(c.agent, c.payload);
+    const std::string key = c.agent + ":" + c.payload["session_id"].get<std::string>();
+    ASSERT_TRUE(waitPending(key));
+    EXPECT_EQ(session(key)["pending"]["detail"], "make deploy");
+    EXPECT_EQ(cli({"allow", key}), 0);
+    ASSERT_EQ(asked->wait(5), 0);
+    EXPECT_EQ(asked->out(), c.answer + "\n");
+  }
+}
+
 TEST_F(DaemonTest, CodexTurnThroughItsHooks) {
   char day[32];
   time_t t = time(nullptr);
@@ -583,7 +628,7 @@ TEST(DaemonCli, AgentsConnectDisconnectAndUsage) {
   Files::writeAtomic(settings, mine);
   EXPECT_EQ(run({"connect", "claude"})->wait(), 0);
   EXPECT_THAT(run({"agents"})->out(),
-              ::testing::ContainsRegex("Claude Code \\(claude\\) +yes +yes"));
+              ::testing::ContainsRegex("Claude Code \\(claude\\) +connected "));
   EXPECT_TRUE(Files::exists(home.path() + "/.vantler/bin/vantler-hook"));
   EXPECT_EQ(run({"disconnect", "claude"})->wait(), 0);
   EXPECT_EQ(Files::read(settings), mine);

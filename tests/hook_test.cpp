@@ -120,6 +120,7 @@ TEST(Hook, ForwardsPayloadAsOneLineAndPrintsTheAnswer) {
   Json expected = Json::parse(input);
   expected["_agent"] = "claude";
   expected["agentPid"] = ::getpid();
+  expected["_cwd"] = fs::current_path().string();
   EXPECT_EQ(sent, expected);
   EXPECT_TRUE(app.heldOpen());
   EXPECT_EQ(r.status, 0);
@@ -127,7 +128,7 @@ TEST(Hook, ForwardsPayloadAsOneLineAndPrintsTheAnswer) {
 }
 
 // No answer from the app (an empty line, a closed connection, no app at all, a stale socket)
-// prints nothing, except Cursor's fallback JSON, and always exits 0 at once.
+// prints nothing, except Cursor's and Cline's fallback JSON, and always exits 0 at once.
 TEST(Hook, WithoutAnAnswerPrintsNothingOrCursorsFallback) {
   enum class App { kEmptyReply, kCloses, kAbsent, kStaleSocket, kAnswers };
   struct Case {
@@ -145,6 +146,9 @@ TEST(Hook, WithoutAnAnswerPrintsNothingOrCursorsFallback) {
       {"cursor", "stop", App::kCloses, "{}\n"},
       {"cursor", "afterFileEdit", App::kStaleSocket, "{}\n"},
       {"cursor", "stop", App::kAnswers, "{\"followup_message\":\"go on\"}\n"},
+      // Cline reads JSON from every hook: no app still means "no objection".
+      {"cline", "PreToolUse", App::kAbsent, "{\"cancel\":false}\n"},
+      {"cline", "TaskStart", App::kCloses, "{\"cancel\":false}\n"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.agent + " " + c.event + " " + std::to_string(static_cast<int>(c.app)));

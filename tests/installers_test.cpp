@@ -465,8 +465,11 @@ TEST_F(IntegrationInstallers, PreferencesAndConnectById) {
 TEST_F(IntegrationInstallers, AgentTableAndConnectById) {
   std::vector<std::string> ids;
   for (const auto& row : Integrations::table()) ids.push_back(row.id);
-  EXPECT_EQ(ids, (std::vector<std::string>{"claude", "cursor", "gemini", "droid", "copilot",
-                                           "windsurf", "opencode", "codex"}));
+  EXPECT_EQ(
+      ids, (std::vector<std::string>{
+               "claude", "cursor", "gemini",    "droid", "copilot", "windsurf", "opencode", "codex",
+               "qwen",   "qoder",  "codebuddy", "devin", "augment", "kimi",     "goose",    "cline",
+               "kiro",   "vibe",   "crush",     "junie", "aider",   "amp",      "kilo"}));
   EXPECT_THROW(Integrations::connect("vim"), InstallError);
   EXPECT_THROW(Integrations::disconnect("vim"), InstallError);
 }

@@ -18,6 +18,7 @@
 #include "core/json.h"
 #include "core/linux_glib_loop.h"
 #include "integrations/installers.h"
+#include "integrations/more_agents.h"
 #include "usage/usage_meter.h"
 #include "version.h"
 
@@ -65,12 +66,13 @@ constexpr Command kCommands[] = {
      "app or daemon does it, on the display in its own environment; what it could not do is\n"
      "in its log."},
     {"agents", "vantler agents",
-     "Lists the coding agents Vantler can follow: whether each is on this machine, whether its\n"
-     "hooks are connected, and the configuration file Vantler edits for it."},
+     "Lists the coding agents Vantler can follow: connected, not connected, not installed, or\n"
+     "what you still have to do for a connected one; and the configuration file Vantler edits."},
     {"connect", "vantler connect <agent>",
      "Installs Vantler's hooks for the agent (claude, cursor, gemini, droid, copilot, windsurf,\n"
-     "opencode, codex). Only Vantler's own entries are added; the previous file is kept beside\n"
-     "it with the suffix .vantler-backup."},
+     "opencode, codex, qwen, qoder, codebuddy, devin, augment, kimi, goose, cline, kiro, vibe,\n"
+     "crush, junie, aider, amp, kilo). Only Vantler's own entries are added; the previous file\n"
+     "is kept beside it with the suffix .vantler-backup."},
     {"disconnect", "vantler disconnect <agent>",
      "Removes Vantler's hooks for the agent, leaving everything else in its settings as it was."},
     {"remote", "vantler remote add|list|status|remove [--container] <host>",
@@ -124,14 +126,21 @@ int send(const Json& command) {
 
 int agents() {
   std::vector<Integrations::AgentRow> rows = Integrations::table();
-  size_t labelWidth = 5;
-  for (const auto& r : rows) labelWidth = std::max(labelWidth, r.id.size() + r.label.size() + 3);
-  std::printf("%-*s  %-9s  %-9s  %s\n", static_cast<int>(labelWidth), "AGENT", "AVAILABLE",
-              "CONNECTED", "CONFIG");
+  size_t labelWidth = 5, statusWidth = 6;
+  auto status = [](const Integrations::AgentRow& r) {
+    if (r.connected) return r.todo.empty() ? std::string("connected") : "connected; " + r.todo;
+    return std::string(r.available ? "not connected" : "not installed");
+  };
+  for (const auto& r : rows) {
+    labelWidth = std::max(labelWidth, r.id.size() + r.label.size() + 3);
+    statusWidth = std::max(statusWidth, status(r).size());
+  }
+  std::printf("%-*s  %-*s  %s\n", static_cast<int>(labelWidth), "AGENT",
+              static_cast<int>(statusWidth), "STATUS", "CONFIG");
   for (const auto& r : rows) {
     std::string name = r.label + " (" + r.id + ")";
-    std::printf("%-*s  %-9s  %-9s  %s\n", static_cast<int>(labelWidth), name.c_str(),
-                r.available ? "yes" : "no", r.connected ? "yes" : "no", r.configPath.c_str());
+    std::printf("%-*s  %-*s  %s\n", static_cast<int>(labelWidth), name.c_str(),
+                static_cast<int>(statusWidth), status(r).c_str(), r.configPath.c_str());
   }
   for (const auto& r : rows)
     if (!r.note.empty()) std::printf("\n%s: %s\n", r.label.c_str(), r.note.c_str());
@@ -153,6 +162,8 @@ int connect(const std::string& name, const std::string& agent) {
     if (std::string_view note = Integrations::note(*integration); !note.empty())
       std::printf("%.*s\n", static_cast<int>(note.size()), note.data());
   }
+  if (MoreAgents::known(agent) && name == "connect" && !MoreAgents::note(agent).empty())
+    std::printf("%s\n", std::string(MoreAgents::note(agent)).c_str());
   return 0;
 }
 

@@ -10,6 +10,7 @@
 #include "integrations/github.h"
 #include "integrations/installers.h"
 #include "integrations/linux_jump.h"
+#include "integrations/more_agents.h"
 #include "integrations/tmux_replies.h"
 #include "usage/claude_transcripts.h"
 #include "usage/pricing.h"
@@ -125,6 +126,14 @@ void Services::refreshHooks() {
     if (CursorHooks::isInstalled() || (connect && *connect)) CursorHooks::install();
   } catch (const std::exception& e) {
     g_warning("Vantler: %s", e.what());
+  }
+  // Plugins and hook scripts of the further agents carry this version's text.
+  for (std::string_view id : MoreAgents::ids()) {
+    try {
+      if (MoreAgents::isInstalled(id)) MoreAgents::install(id);
+    } catch (const std::exception& e) {
+      g_warning("Vantler: %s", e.what());
+    }
   }
 }
 

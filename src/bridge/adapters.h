@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "core/hub.h"
 #include "core/json.h"
@@ -48,14 +49,24 @@ class CursorAdapter {
   std::unordered_map<std::string, std::string> lastText_;
 };
 
-// Gemini CLI, droid, Windsurf, Copilot CLI and OpenCode.
+// Every other agent: Gemini CLI, droid, Windsurf, Copilot CLI, OpenCode, Qwen Code, Qoder,
+// CodeBuddy, Devin, Augment, Kimi, Goose, Cline, Kiro, Mistral Vibe, Crush, Junie, Aider, Amp
+// and Kilo Code.
 class OtherAgentsAdapter {
  public:
   explicit OtherAgentsAdapter(ClaudeAdapter& claude) : claude_(claude) {}
   std::optional<std::string> handle(const Json& payload, Hub::Reply reply);
+  // Whether a Claude Code session id is one of Devin CLI's, whose events also arrive through
+  // Claude Code's hooks.
+  bool mirrors(const std::string& sessionId) const;
 
  private:
+  static constexpr size_t kDevinKept = 256;
+  void settleElsewhere(const std::string& key);
+  void noteStats(const std::string& key, const Json& payload);
+
   ClaudeAdapter& claude_;
+  std::unordered_set<std::string> devinSessions_;
 };
 
 // Picks the adapter by the payload's "_agent" (Claude Code when absent).

@@ -35,8 +35,13 @@ bool isPromptNotification(const std::string& type) {
 std::optional<std::string> Adapters::handle(const Json& payload, Hub::Reply reply) {
   const std::string agent = JsonField::str(payload, "_agent", "claude");
   if (agent == "cursor") return cursor_.handle(payload, std::move(reply));
-  if (agent == "claude" || agent == "codex" || !JsonField::hasString(payload, "_agent"))
+  if (agent == "claude" || agent == "codex" || !JsonField::hasString(payload, "_agent")) {
+    if (agent == "claude" && others_.mirrors(JsonField::str(payload, "session_id"))) {
+      reply("");
+      return std::nullopt;
+    }
     return claude_.handle(payload, std::move(reply));
+  }
   return others_.handle(payload, std::move(reply));
 }
 

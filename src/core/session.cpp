@@ -16,8 +16,10 @@
 namespace Agents {
 
 namespace {
-constexpr std::array<std::string_view, 8> kRaw{"claude", "codex",    "cursor",  "gemini",
-                                               "droid",  "opencode", "copilot", "windsurf"};
+constexpr std::array<std::string_view, 23> kRaw{
+    "claude", "codex", "cursor",    "gemini", "droid",   "opencode", "copilot", "windsurf",
+    "qwen",   "qoder", "codebuddy", "devin",  "augment", "kimi",     "goose",   "cline",
+    "kiro",   "vibe",  "crush",     "junie",  "aider",   "amp",      "kilo"};
 }
 
 std::string_view raw(Agent agent) {

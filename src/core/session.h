@@ -18,11 +18,39 @@ struct PullRequest;
 // Seconds since 1970, as the loop's wall clock reports it.
 using Date = double;
 
-enum class Agent { claude, codex, cursor, gemini, droid, opencode, copilot, windsurf };
+enum class Agent {
+  claude,
+  codex,
+  cursor,
+  gemini,
+  droid,
+  opencode,
+  copilot,
+  windsurf,
+  qwen,
+  qoder,
+  codebuddy,
+  devin,
+  augment,
+  kimi,
+  goose,
+  cline,
+  kiro,
+  vibe,
+  crush,
+  junie,
+  aider,
+  amp,
+  kilo,
+};
 
 namespace Agents {
-inline constexpr Agent kAll[] = {Agent::claude, Agent::codex,    Agent::cursor,  Agent::gemini,
-                                 Agent::droid,  Agent::opencode, Agent::copilot, Agent::windsurf};
+inline constexpr Agent kAll[] = {Agent::claude,  Agent::codex,    Agent::cursor,    Agent::gemini,
+                                 Agent::droid,   Agent::opencode, Agent::copilot,   Agent::windsurf,
+                                 Agent::qwen,    Agent::qoder,    Agent::codebuddy, Agent::devin,
+                                 Agent::augment, Agent::kimi,     Agent::goose,     Agent::cline,
+                                 Agent::kiro,    Agent::vibe,     Agent::crush,     Agent::junie,
+                                 Agent::aider,   Agent::amp,      Agent::kilo};
 std::string_view raw(Agent agent);
 std::optional<Agent> parse(std::string_view raw);
 // Whether a hook of this agent can carry the user's reply back into the agent.

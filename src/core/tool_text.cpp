@@ -71,34 +71,85 @@ struct Alias {
   std::string_view claude;
 };
 
-// Other agents' names for Claude Code's tools: Gemini CLI, droid, OpenCode and Copilot CLI.
+// Other agents' names for Claude Code's tools, by agent (names two agents share are listed
+// once, under the first).
 constexpr Alias kAliases[] = {
+    // Gemini CLI and Qwen Code.
     {"run_shell_command", "Bash"},
-    {"Execute", "Bash"},
-    {"bash", "Bash"},
     {"read_file", "Read"},
     {"read_many_files", "Read"},
-    {"read", "Read"},
-    {"view", "Read"},
     {"write_file", "Write"},
-    {"Create", "Write"},
-    {"write", "Write"},
-    {"create", "Write"},
     {"replace", "Edit"},
-    {"ApplyPatch", "Edit"},
-    {"edit", "Edit"},
-    {"patch", "Edit"},
     {"glob", "Glob"},
     {"search_file_content", "Grep"},
-    {"grep", "Grep"},
+    {"grep_search", "Grep"},
     {"list_directory", "LS"},
-    {"list", "LS"},
     {"web_fetch", "WebFetch"},
-    {"FetchUrl", "WebFetch"},
-    {"webfetch", "WebFetch"},
     {"google_web_search", "WebSearch"},
+    {"web_search", "WebSearch"},
+    {"todo_write", "TodoWrite"},
+    // droid.
+    {"Execute", "Bash"},
+    {"Create", "Write"},
+    {"ApplyPatch", "Edit"},
+    {"FetchUrl", "WebFetch"},
+    // OpenCode, Kilo Code, Copilot CLI and Crush.
+    {"bash", "Bash"},
+    {"read", "Read"},
+    {"view", "Read"},
+    {"write", "Write"},
+    {"create", "Write"},
+    {"edit", "Edit"},
+    {"multiedit", "Edit"},
+    {"patch", "Edit"},
+    {"grep", "Grep"},
+    {"sourcegraph", "Grep"},
+    {"list", "LS"},
+    {"ls", "LS"},
+    {"webfetch", "WebFetch"},
+    {"fetch", "WebFetch"},
     {"task", "Task"},
+    {"agent", "Task"},
     {"todowrite", "TodoWrite"},
+    // Devin CLI.
+    {"exec", "Bash"},
+    // Augment.
+    {"launch-process", "Bash"},
+    {"str-replace-editor", "Edit"},
+    {"save-file", "Write"},
+    {"web-fetch", "WebFetch"},
+    {"web-search", "WebSearch"},
+    // Kimi Code and Kimi CLI.
+    {"Shell", "Bash"},
+    {"ReadFile", "Read"},
+    {"WriteFile", "Write"},
+    {"StrReplaceFile", "Edit"},
+    {"SearchWeb", "WebSearch"},
+    {"FetchURL", "WebFetch"},
+    {"SetTodoList", "TodoWrite"},
+    // Goose.
+    {"developer__shell", "Bash"},
+    {"developer__write", "Write"},
+    {"developer__edit", "Edit"},
+    {"developer__text_editor", "Edit"},
+    // Cline.
+    {"execute_command", "Bash"},
+    {"write_to_file", "Write"},
+    {"replace_in_file", "Edit"},
+    {"search_files", "Grep"},
+    {"list_files", "LS"},
+    // Kiro.
+    {"execute_bash", "Bash"},
+    {"shell", "Bash"},
+    {"fs_read", "Read"},
+    {"fs_write", "Write"},
+    // Mistral Vibe.
+    {"search_replace", "Edit"},
+    {"todo", "TodoWrite"},
+    // Amp.
+    {"edit_file", "Edit"},
+    {"create_file", "Write"},
+    {"read_web_page", "WebFetch"},
 };
 
 }  // namespace
@@ -131,7 +182,7 @@ std::string file(const Json& input) {
 
 std::string activity(std::string_view tool, const Json& input) {
   tool = canonical(tool);
-  if (tool == "Bash") return "Running " + shorten(str(input, "command"), 48);
+  if (tool == "Bash") return "Running " + shorten(firstPresent(input, {"command", "cmd"}), 48);
   if (isAny(tool, {"Edit", "MultiEdit", "NotebookEdit"})) return "Editing " + file(input);
   if (tool == "Write") return "Writing " + file(input);
   if (tool == "Read") return "Reading " + file(input);
@@ -155,7 +206,7 @@ std::string activity(std::string_view tool, const Json& input) {
 
 std::string detail(std::string_view tool, const Json& input) {
   tool = canonical(tool);
-  if (tool == "Bash") return shorten(str(input, "command"), 40);
+  if (tool == "Bash") return shorten(firstPresent(input, {"command", "cmd"}), 40);
   if (isAny(tool, {"Read", "Edit", "MultiEdit", "Write", "NotebookEdit"})) return file(input);
   if (isAny(tool, {"Grep", "Glob"})) return shorten(str(input, "pattern"), 32);
   if (tool == "WebFetch") return urlHost(input);
@@ -177,11 +228,13 @@ std::string_view kind(std::string_view tool, const Json& /*input*/) {
 
 std::pair<std::string, std::string> permission(std::string_view tool, const Json& input) {
   tool = canonical(tool);
-  if (tool == "Bash") return {"Wants to run", str(input, "command")};
+  if (tool == "Bash") return {"Wants to run", firstPresent(input, {"command", "cmd"})};
   if (isAny(tool, {"Edit", "MultiEdit", "NotebookEdit"})) {
-    return {"Edit " + file(input) + "?", firstPresent(input, {"file_path", "notebook_path"})};
+    return {"Edit " + file(input) + "?",
+            firstPresent(input, {"file_path", "notebook_path", "filePath", "path"})};
   }
-  if (tool == "Write") return {"Create " + file(input) + "?", str(input, "file_path")};
+  if (tool == "Write")
+    return {"Create " + file(input) + "?", firstPresent(input, {"file_path", "filePath", "path"})};
   if (tool == "WebFetch") return {"Fetch this page?", str(input, "url")};
   if (tool == "WebSearch") return {"Search the web?", str(input, "query")};
   if (tool == "Read") return {"Read " + file(input) + "?", str(input, "file_path")};

@@ -19,6 +19,7 @@
 
 #include "bridge/wire.h"
 #include "core/json.h"
+#include "hook/agent_settings.h"
 #include "hook/surroundings.h"
 
 #if __has_include("version.h")
@@ -36,7 +37,9 @@ constexpr std::string_view kUsage =
     "Run by an AI coding agent's hook: reads the hook's JSON payload on standard input, sends\n"
     "it to the Vantler app, and prints the app's answer, if any, on standard output.\n"
     "<agent> is the agent's name: claude, codex, cursor, gemini, droid, opencode, copilot,\n"
-    "windsurf. <event> names the hook event for agents whose payloads do not (Copilot CLI).\n"
+    "windsurf, qwen, qoder, codebuddy, devin, augment, kimi, goose, cline, kiro, vibe, crush,\n"
+    "junie, aider, amp, kilo. <event> names the hook event for agents whose payloads do not\n"
+    "(Copilot CLI, Augment, Cline, Aider).\n"
     "\n"
     "  --version  print the version\n"
     "  --help     print this help\n";
@@ -124,8 +127,27 @@ std::string_view cursorFallback(const Json& payload) {
   return "{}\n";
 }
 
-void addSurroundings(Json& payload) {
+// What an agent whose hook must print JSON reads when the app gives no answer: Cline's "no
+// objection".
+std::string_view fallbackFor(std::string_view agent, const Json& payload) {
+  if (agent == "cursor") return cursorFallback(payload);
+  if (agent == "cline") return "{\"cancel\":false}\n";
+  return "";
+}
+
+std::string currentDirectory() {
+  char buf[4096];
+  return ::getcwd(buf, sizeof buf) ? std::string(buf) : std::string();
+}
+
+void addSurroundings(Json& payload, std::string_view agent) {
   Surroundings::Found found = Surroundings::discover(::getppid());
+  // The agent's folder, for agents whose payloads lack it (Aider sends nothing at all).
+  const std::string cwd = currentDirectory();
+  if (!cwd.empty()) payload["_cwd"] = cwd;
+  if (agent == "crush")
+    AgentSettings::addCrushPermissions(payload, found.agentPid, homeDirectory(),
+                                       JsonField::str(payload, "cwd", cwd));
   Json host = Json::object();
   if (found.hostPid > 0) host["pid"] = found.hostPid;
   if (!found.bundle.empty()) host["bundle"] = found.bundle;
@@ -153,9 +175,11 @@ int main(int argc, char** argv) {
     return 0;
   }
 
-  std::optional<std::string> input = readInput(STDIN_FILENO);
+  // Aider's notification command gets no input, and its standard input may be the terminal.
+  std::optional<std::string> input =
+      agent == "aider" ? std::optional<std::string>("{}") : readInput(STDIN_FILENO);
   Json payload = input ? JsonField::parseBounded(*input) : Json(Json::value_t::discarded);
-  std::string_view fallback = agent == "cursor" ? cursorFallback(payload) : "";
+  std::string_view fallback = fallbackFor(agent, payload);
   if (!payload.is_object()) {
     writeAll(STDOUT_FILENO, fallback);
     return 0;
@@ -164,7 +188,7 @@ int main(int argc, char** argv) {
   payload["_agent"] = agent;
   // The event named on the command line, unless the payload names its own.
   if (argc > 2 && !payload.contains("hook_event_name")) payload["hook_event_name"] = argv[2];
-  addSurroundings(payload);
+  addSurroundings(payload, agent);
   std::string answer;
   if (ask(JsonField::compact(payload) + "\n", answer) && !answer.empty()) {
     answer += '\n';

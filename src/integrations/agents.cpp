@@ -4,6 +4,7 @@
 #include "core/prefs.h"
 #include "integrations/file_access.h"
 #include "integrations/installers.h"
+#include "integrations/more_agents.h"
 
 namespace Integrations {
 namespace {
@@ -13,9 +14,9 @@ bool claudeAvailable() {
 }
 
 [[noreturn]] void unknown(std::string_view agent) {
-  throw InstallError(
-      "unknown agent \"" + std::string(agent) +
-      "\" (known: claude, cursor, gemini, droid, copilot, windsurf, opencode, codex)");
+  std::string names = "claude, cursor, gemini, droid, copilot, windsurf, opencode, codex";
+  for (std::string_view id : MoreAgents::ids()) names += ", " + std::string(id);
+  throw InstallError("unknown agent \"" + std::string(agent) + "\" (known: " + names + ")");
 }
 
 // Switches an agent on or off for the settings panel; errors become the handler's message.
@@ -46,6 +47,10 @@ std::vector<AgentRow> table() {
   for (Integration i : kAll)
     rows.push_back({std::string(id(i)), std::string(label(i)), available(i), isInstalled(i),
                     path(i), std::string(note(i))});
+  for (std::string_view id : MoreAgents::ids())
+    rows.push_back({std::string(id), std::string(MoreAgents::label(id)), MoreAgents::available(id),
+                    MoreAgents::isInstalled(id), MoreAgents::path(id),
+                    std::string(MoreAgents::note(id)), std::string(MoreAgents::todo(id))});
   return rows;
 }
 
@@ -58,6 +63,11 @@ void connect(std::string_view agent) {
       throw InstallError("Cursor was not found (no cursor command, no ~/.cursor)");
     return CursorHooks::install();
   }
+  if (MoreAgents::known(agent)) {
+    if (!MoreAgents::available(agent))
+      throw InstallError(std::string(MoreAgents::label(agent)) + " was not found on this computer");
+    return MoreAgents::install(agent);
+  }
   auto integration = fromId(agent);
   if (!integration) unknown(agent);
   if (!available(*integration))
@@ -68,6 +78,7 @@ void connect(std::string_view agent) {
 void disconnect(std::string_view agent) {
   if (agent == "claude") return HookInstaller::uninstall();
   if (agent == "cursor") return CursorHooks::uninstall();
+  if (MoreAgents::known(agent)) return MoreAgents::uninstall(agent);
   auto integration = fromId(agent);
   if (!integration) unknown(agent);
   uninstall(*integration);
@@ -84,6 +95,11 @@ void registerPrefs() {
                       {"label", label(i)},
                       {"available", available(i)},
                       {"installed", isInstalled(i)}});
+    for (std::string_view id : MoreAgents::ids())
+      list.push_back({{"id", id},
+                      {"label", MoreAgents::label(id)},
+                      {"available", MoreAgents::available(id)},
+                      {"installed", MoreAgents::isInstalled(id)}});
     settings["integrations"] = std::move(list);
   });
   Prefs::addHandler([](std::string_view key, const Json& value, std::string& error) {
@@ -92,7 +108,7 @@ void registerPrefs() {
     constexpr std::string_view prefix = "integration:";
     if (key.substr(0, prefix.size()) != prefix) return false;
     std::string_view agent = key.substr(prefix.size());
-    if (!fromId(agent)) {
+    if (!fromId(agent) && !MoreAgents::known(agent)) {
       error = "unknown agent \"" + std::string(agent) + "\"";
       return true;
     }

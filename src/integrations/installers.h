@@ -193,8 +193,10 @@ struct AgentRow {
   bool available = false, connected = false;
   std::string configPath;
   std::string note = {};  // see note()
+  std::string todo = {};  // what the user still has to do once connected, in a few words
 };
-// Rows for "claude", "cursor", "gemini", "droid", "copilot", "windsurf", "opencode", "codex".
+// Rows for "claude", "cursor", "gemini", "droid", "copilot", "windsurf", "opencode", "codex",
+// then the agents of MoreAgents.
 std::vector<AgentRow> table();
 // Installs (connect) or removes (disconnect) the hooks of the agent with that id. connect
 // refuses an agent that is not on this machine (Claude Code is always accepted). Throws

@@ -263,6 +263,19 @@ test('elsewhere: sends the user to the agent’s window', async (ctx) => {
   await p.waitPosted('jump', (c) => c.id === 'cursor:a9e2');
 });
 
+test('elsewhere: an agent that asks in its terminal offers no button that cannot work', async (ctx) => {
+  const p = await page(ctx);
+  const s = snap({ open: true, requests: ['elsewhere'] });
+  const asking = s.sessions.find((x) => x.id === 'cursor:a9e2');
+  Object.assign(asking, { id: 'kimi:k1', agent: 'kimi', family: 'desktop' });
+  delete asking.host;
+  s.queue = ['kimi:k1'];
+  s.selected = 'kimi:k1';
+  await p.push(s);
+  assert.ok((await p.locator('.req-elsewhere').textContent()).includes('Answer in the terminal.'));
+  assert.equal(await p.locator('.req-elsewhere button', { hasText: 'Go to window' }).count(), 0);
+});
+
 test('queue: the requests that need the user are listed and select their session', async (ctx) => {
   const p = await page(ctx);
   await p.push(snap({ open: true, requests: ['permission', 'questions', 'reply', 'elsewhere'] }));
@@ -340,7 +353,8 @@ test('settings: every preference posts "setting" with its key and value', async 
   await expect(() => p.getByRole('switch', { name: 'Copilot CLI' }).click(), 'integration:copilot', true);
   await expect(() => p.getByRole('switch', { name: 'Claude Code' }).click(), 'hooksInstalled', false);
   await expect(() => p.getByRole('switch', { name: 'Cursor' }).click(), 'cursorInstalled', true);
-  assert.equal(await p.getByRole('switch', { name: 'Droid' }).isDisabled(), true, 'an agent that is not installed cannot be connected');
+  assert.equal(await p.getByRole('switch', { name: 'Droid' }).count(), 0, 'an agent that is not installed cannot be connected');
+  assert.ok((await p.locator('.agents-missing').textContent()).includes('Droid, Windsurf'), 'it is named as missing');
   assert.equal(await p.getByRole('switch', { name: 'Glass' }).isDisabled(), true, 'no glass on this desktop');
   await p.getByRole('switch', { name: 'Alt gestures' }).click();
   await p.waitPosted('optionTapChanged');

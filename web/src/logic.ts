@@ -11,6 +11,22 @@ export const AGENTS: Record<string, { label: string; mark: string }> = {
   opencode: { label: 'OpenCode', mark: 'OC' },
   copilot: { label: 'Copilot CLI', mark: 'Cp' },
   windsurf: { label: 'Windsurf', mark: 'Ws' },
+  // The later agents share one monochrome look: a mark of two letters on grey.
+  qwen: { label: 'Qwen Code', mark: 'Qw' },
+  qoder: { label: 'Qoder', mark: 'Qd' },
+  codebuddy: { label: 'CodeBuddy', mark: 'CB' },
+  devin: { label: 'Devin CLI', mark: 'Dv' },
+  augment: { label: 'Augment', mark: 'Au' },
+  kimi: { label: 'Kimi Code', mark: 'Ki' },
+  goose: { label: 'Goose', mark: 'Go' },
+  cline: { label: 'Cline', mark: 'Cl' },
+  kiro: { label: 'Kiro', mark: 'Kr' },
+  vibe: { label: 'Mistral Vibe', mark: 'Vb' },
+  crush: { label: 'Crush', mark: 'Cr' },
+  junie: { label: 'Junie', mark: 'Jn' },
+  aider: { label: 'Aider', mark: 'Ai' },
+  amp: { label: 'Amp', mark: 'Am' },
+  kilo: { label: 'Kilo Code', mark: 'KC' },
 };
 
 export function agentLabel(agent: string): string {

@@ -5,7 +5,9 @@
 export type Mood = 'idle' | 'done' | 'working' | 'waiting';
 export type Pose = 'sleep' | 'idle' | 'success' | 'error' | 'write' | 'think' | 'alert' | 'listen';
 export type AgentId =
-  | 'claude' | 'codex' | 'cursor' | 'gemini' | 'droid' | 'opencode' | 'copilot' | 'windsurf';
+  | 'claude' | 'codex' | 'cursor' | 'gemini' | 'droid' | 'opencode' | 'copilot' | 'windsurf'
+  | 'qwen' | 'qoder' | 'codebuddy' | 'devin' | 'augment' | 'kimi' | 'goose' | 'cline' | 'kiro'
+  | 'vibe' | 'crush' | 'junie' | 'aider' | 'amp' | 'kilo';
 
 export interface ToolLine { label: string; running: boolean; failed: boolean }
 export interface Tally { tool: string; detail: string; count: number; kind: string }

@@ -185,6 +185,13 @@ export function ReplyCard({ s, p, now, draft, onDraft, talk }: {
   );
 }
 
+/** Where the user answers a prompt Vantler cannot answer: the agents whose hooks can only
+ * object ask in their terminal. The jump is offered only when Vantler knows the window. */
+function elsewhereNote(s: Session): string {
+  if (s.family === 'terminal' || !s.host) return 'Answer in the terminal.';
+  return `Answer it in ${s.host}.`;
+}
+
 export function ElsewhereCard({ s, p }: { s: Session; p: ElsewherePending }) {
   return (
     <section class="req req-elsewhere" aria-label="Waiting in its window">
@@ -193,12 +200,14 @@ export function ElsewhereCard({ s, p }: { s: Session; p: ElsewherePending }) {
         <h3 class="req-title">{p.title || 'Waiting for you in its window'}</h3>
         <Dismiss id={s.id} />
       </header>
-      <p class="req-note">{s.host ? `Answer it in ${s.host}.` : 'Answer it in the agent’s own window.'}</p>
-      <div class="actions">
-        <button type="button" class="btn btn-allow" data-default onClick={() => post({ type: 'jump', id: s.id })}>
-          <Icon.jump /> Go to window
-        </button>
-      </div>
+      <p class="req-note">{elsewhereNote(s)}</p>
+      {s.host && (
+        <div class="actions">
+          <button type="button" class="btn btn-allow" data-default onClick={() => post({ type: 'jump', id: s.id })}>
+            <Icon.jump /> Go to window
+          </button>
+        </div>
+      )}
     </section>
   );
 }

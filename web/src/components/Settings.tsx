@@ -77,11 +77,17 @@ export function Agents({ st }: { st: Settings }) {
       <Switch label="Cursor" checked={st.cursorInstalled} disabled={!st.cursorAvailable && !st.cursorInstalled}
         onChange={(v) => set('cursorInstalled', v)}
         note={st.cursorAvailable ? (st.cursorInstalled ? 'Connected' : 'Not connected') : 'Not found on this computer'} />
-      {st.integrations.map((i) => (
-        <Switch key={i.id} label={i.label || i.id} checked={i.installed} disabled={!i.available && !i.installed}
+      {st.integrations.filter((i) => i.available || i.installed).map((i) => (
+        <Switch key={i.id} label={i.label || i.id} checked={i.installed}
           onChange={(v) => set(`integration:${i.id}`, v)}
-          note={i.available ? (i.installed ? 'Connected' : 'Not connected') : 'Not found on this computer'} />
+          note={i.installed ? 'Connected' : 'Not connected'} />
       ))}
+      {/* Agents that are not on this computer cannot be connected: named once, not as switches. */}
+      {st.integrations.some((i) => !i.available && !i.installed) && (
+        <p class="setting-note agents-missing">
+          Not found on this computer: {st.integrations.filter((i) => !i.available && !i.installed).map((i) => i.label || i.id).join(', ')}.
+        </p>
+      )}
       <p class="setting-note">Codex is followed from its session logs; it needs no connection.</p>
     </div>
   );
