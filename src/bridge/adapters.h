@@ -8,11 +8,19 @@
 #include <deque>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 
 #include "core/hub.h"
 #include "core/json.h"
+
+// The session id of an agent's session: "claude:<id>", or "claude@devbox:<id>" for one that
+// came through the tunnel of another machine.
+inline std::string sessionKey(std::string_view agent, const std::string& machine,
+                              const std::string& id) {
+  return std::string(agent) + (machine.empty() ? "" : "@" + machine) + ":" + id;
+}
 
 class ClaudeAdapter {
  public:

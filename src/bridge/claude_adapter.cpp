@@ -63,8 +63,8 @@ std::optional<std::string> ClaudeAdapter::handle(const Json& payload, Hub::Reply
   const Agent agent = Agents::parse(JsonField::str(payload, "_agent")).value_or(Agent::claude);
   // A session on another machine is told apart by its name: claude@devbox:<id>.
   const std::string machine = JsonField::str(payload, "_machine");
-  const std::string key = std::string(Agents::raw(agent)) + (machine.empty() ? "" : "@" + machine) +
-                          ":" + JsonField::str(payload, "session_id");
+  const std::string key =
+      sessionKey(Agents::raw(agent), machine, JsonField::str(payload, "session_id"));
   const std::string event = JsonField::str(payload, "hook_event_name");
   const Date t = hub_.now();
 

@@ -160,12 +160,13 @@ std::optional<std::string> OtherAgentsAdapter::handle(const Json& received, Hub:
       agent == Agent::opencode) {
     if (std::string t = top({"transcript_path"}); !t.empty()) out["transcript_path"] = t;
   }
-  const std::string key = std::string(Agents::raw(agent)) + ":" + sessionId;
+  const std::string key =
+      sessionKey(Agents::raw(agent), JsonField::str(payload, "_machine"), sessionId);
   // Devin CLI also runs Claude Code's hooks: its session is not shown twice.
   if (agent == Agent::devin && !sessionId.empty()) {
     if (devinSessions_.size() >= kDevinKept) devinSessions_.clear();
     devinSessions_.insert(sessionId);
-    claude_.hub().remove("claude:" + sessionId);
+    claude_.hub().remove(sessionKey("claude", JsonField::str(payload, "_machine"), sessionId));
   }
 
   std::string tool = field({"tool_name", "toolName", "tool"});
