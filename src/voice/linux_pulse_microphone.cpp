@@ -67,8 +67,8 @@ struct PulseMicrophone::Run {
     auto* run = static_cast<Run*>(data);
     switch (pa_context_get_state(c)) {
       case PA_CONTEXT_READY: {
-        pa_sample_spec spec{PA_SAMPLE_S16LE, Audio::kRate, 1};
-        run->stream = pa_stream_new(c, "Dictation", &spec, nullptr);
+        pa_sample_spec format{PA_SAMPLE_S16LE, Audio::kRate, 1};
+        run->stream = pa_stream_new(c, "Dictation", &format, nullptr);
         if (!run->stream) return run->fail(Microphone::Failure::wontStart);
         pa_stream_set_state_callback(run->stream, streamState, run);
         pa_stream_set_read_callback(run->stream, readable, run);
