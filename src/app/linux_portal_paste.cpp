@@ -1,7 +1,5 @@
 #include "app/linux_portal_paste.h"
 
-#include <algorithm>
-
 namespace {
 
 constexpr const char* kPortal = "org.freedesktop.portal.Desktop";
@@ -12,48 +10,13 @@ constexpr guint32 kKeyboard = 1;
 constexpr guint32 kPersistUntilRevoked = 2;
 constexpr gint32 kControl = 0xffe3, kShift = 0xffe1, kV = 0x76;  // keysyms
 
-GVariantBuilder vardict() {
-  GVariantBuilder b;
-  g_variant_builder_init(&b, G_VARIANT_TYPE_VARDICT);
-  return b;
-}
-
-// `options` with more entries added, for the dictionaries that carry more than the token.
-GVariant* extend(GVariant* options, const std::function<void(GVariantBuilder&)>& add) {
-  GVariantBuilder b = vardict();
-  GVariantIter it;
-  const gchar* key;
-  GVariant* value;
-  g_variant_iter_init(&it, options);
-  while (g_variant_iter_next(&it, "{&sv}", &key, &value)) {
-    g_variant_builder_add(&b, "{sv}", key, value);
-    g_variant_unref(value);
-  }
-  g_variant_unref(g_variant_ref_sink(options));
-  add(b);
-  return g_variant_builder_end(&b);
-}
-
 }  // namespace
-
-// One portal request in flight. Owned by the subscription to its Response signal, which
-// deletes it when unsubscribed.
-struct PortalKeyboard::Call {
-  std::weak_ptr<PortalKeyboard*> owner;
-  unsigned generation;
-  std::function<void(GVariant*)> done;
-  guint signal = 0;
-
-  PortalKeyboard* live() const {
-    auto self = owner.lock();
-    return self && (*self)->generation_ == generation ? *self : nullptr;
-  }
-};
 
 PortalKeyboard::PortalKeyboard(Loop& loop, Defaults& defaults)
     : loop_(loop),
       defaults_(defaults),
       bus_(g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr)),
+      requests_(bus_, kRemote),
       self_(std::make_shared<PortalKeyboard*>(this)) {}
 
 PortalKeyboard::~PortalKeyboard() {
@@ -72,62 +35,17 @@ void PortalKeyboard::paste(bool terminal, std::function<void(bool typed)> done) 
 void PortalKeyboard::request(const char* method,
                              std::function<GVariant*(GVariant* options)> parameters,
                              std::function<void(GVariant* results)> done) {
-  // The Request object's path is known before the call, so its answer cannot be missed.
-  std::string token = "vantler" + std::to_string(++tokens_);
-  std::string sender = g_dbus_connection_get_unique_name(bus_) + 1;
-  std::replace(sender.begin(), sender.end(), '.', '_');
-  std::string path = std::string(kPath) + "/request/" + sender + "/" + token;
-  auto* call = new Call{self_, generation_, std::move(done)};
-  call->signal = g_dbus_connection_signal_subscribe(
-      bus_, kPortal, "org.freedesktop.portal.Request", "Response", path.c_str(), nullptr,
-      G_DBUS_SIGNAL_FLAGS_NONE,
-      +[](GDBusConnection* bus, const gchar*, const gchar*, const gchar*, const gchar*,
-          GVariant* answer, gpointer data) {
-        auto* call = static_cast<Call*>(data);
-        PortalKeyboard* self = call->live();
-        auto done = std::move(call->done);
-        g_dbus_connection_signal_unsubscribe(bus, call->signal);  // deletes `call`
-        if (!self) return;
-        guint32 response = 2;
-        GVariant* results = nullptr;
-        g_variant_get(answer, "(u@a{sv})", &response, &results);
-        if (response == 0) {
-          done(results);
-        } else {
-          g_message("Vantler: the desktop %s typing the paste keys",
-                    response == 1 ? "was not allowed" : "refused");
-          self->finishOpening(false);
-        }
-        g_variant_unref(results);
-      },
-      call, +[](gpointer data) { delete static_cast<Call*>(data); });
+  requests_.call(method, std::move(parameters), std::move(done), failed());
+}
 
-  GVariantBuilder options = vardict();
-  g_variant_builder_add(&options, "{sv}", "handle_token", g_variant_new_string(token.c_str()));
-  struct Pending {
-    std::weak_ptr<PortalKeyboard*> owner;
-    unsigned generation;
-    guint signal;
+std::function<void(const PortalRequests::Failure&)> PortalKeyboard::failed() {
+  return [this](const PortalRequests::Failure& failure) {
+    g_message("Vantler: no paste keys through the desktop portal: %s",
+              failure.why == PortalRequests::Why::cancelled ? "not allowed"
+              : failure.why == PortalRequests::Why::refused ? "refused"
+                                                            : failure.message.c_str());
+    finishOpening(false);
   };
-  g_dbus_connection_call(
-      bus_, kPortal, kPath, kRemote, method, parameters(g_variant_builder_end(&options)),
-      G_VARIANT_TYPE("(o)"), G_DBUS_CALL_FLAGS_NONE, kTimeoutMs, nullptr,
-      +[](GObject* source, GAsyncResult* result, gpointer data) {
-        std::unique_ptr<Pending> pending(static_cast<Pending*>(data));
-        GError* error = nullptr;
-        GVariant* reply = g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &error);
-        if (reply) {
-          g_variant_unref(reply);
-          return;
-        }
-        // No portal, or one without remote desktop: no answer will come.
-        g_dbus_connection_signal_unsubscribe(G_DBUS_CONNECTION(source), pending->signal);
-        g_message("Vantler: no paste keys through the desktop portal: %s", error->message);
-        g_clear_error(&error);
-        auto self = pending->owner.lock();
-        if (self && (*self)->generation_ == pending->generation) (*self)->finishOpening(false);
-      },
-      new Pending{self_, generation_, call->signal});
 }
 
 void PortalKeyboard::open() {
@@ -140,23 +58,10 @@ void PortalKeyboard::open() {
       (*self)->finishOpening(false);
     }
   });
-  std::string handle = "vantler" + std::to_string(++tokens_);
-  request(
-      "CreateSession",
-      [handle](GVariant* options) {
-        return g_variant_new("(@a{sv})", extend(options, [&](GVariantBuilder& b) {
-                               g_variant_builder_add(&b, "{sv}", "session_handle_token",
-                                                     g_variant_new_string(handle.c_str()));
-                             }));
-      },
-      [this](GVariant* results) {
-        // A string in the portal's documentation; some desktops send an object path.
-        GVariant* handle = g_variant_lookup_value(results, "session_handle", nullptr);
-        bool text = handle && (g_variant_is_of_type(handle, G_VARIANT_TYPE_STRING) ||
-                               g_variant_is_of_type(handle, G_VARIANT_TYPE_OBJECT_PATH));
-        if (text) session_ = g_variant_get_string(handle, nullptr);
-        if (handle) g_variant_unref(handle);
-        if (!text) return finishOpening(false);
+  requests_.createSession(
+      [this](const std::string& session) {
+        session_ = session;
+        if (session_.empty()) return finishOpening(false);
         closedSignal_ = g_dbus_connection_signal_subscribe(
             bus_, kPortal, "org.freedesktop.portal.Session", "Closed", session_.c_str(), nullptr,
             G_DBUS_SIGNAL_FLAGS_NONE,
@@ -169,7 +74,8 @@ void PortalKeyboard::open() {
             },
             this, nullptr);
         selectDevices();
-      });
+      },
+      failed());
 }
 
 void PortalKeyboard::selectDevices() {
@@ -178,7 +84,7 @@ void PortalKeyboard::selectDevices() {
   request(
       "SelectDevices",
       [session, token](GVariant* options) {
-        GVariant* all = extend(options, [&](GVariantBuilder& b) {
+        GVariant* all = PortalRequests::extend(options, [&](GVariantBuilder& b) {
           g_variant_builder_add(&b, "{sv}", "types", g_variant_new_uint32(kKeyboard));
           g_variant_builder_add(&b, "{sv}", "persist_mode",
                                 g_variant_new_uint32(kPersistUntilRevoked));
@@ -209,7 +115,7 @@ void PortalKeyboard::start() {
 }
 
 void PortalKeyboard::finishOpening(bool ok) {
-  ++generation_;
+  requests_.drop();
   opening_ = false;
   if (deadline_) loop_.cancel(*deadline_);
   deadline_.reset();

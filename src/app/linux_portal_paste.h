@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "app/linux_portal_request.h"
 #include "core/defaults.h"
 #include "core/loop.h"
 
@@ -33,11 +34,9 @@ class PortalKeyboard {
   void paste(bool terminal, std::function<void(bool typed)> done);
 
  private:
-  struct Call;
-  // Calls a portal method whose answer comes as a Request's Response signal; `parameters`
-  // builds the arguments around the options dictionary carrying the request's token.
   void request(const char* method, std::function<GVariant*(GVariant* options)> parameters,
                std::function<void(GVariant* results)> done);
+  std::function<void(const PortalRequests::Failure&)> failed();
   void open();
   void selectDevices();
   void start();
@@ -54,7 +53,6 @@ class PortalKeyboard {
   std::vector<std::pair<bool, std::function<void(bool)>>> waiting_;  // terminal, done
   std::optional<Loop::TaskId> deadline_;
   guint closedSignal_ = 0;
-  unsigned tokens_ = 0;
-  unsigned generation_ = 0;  // a failed or abandoned opening drops answers to its requests
+  PortalRequests requests_;  // a failed or abandoned opening drops answers to its requests
   std::shared_ptr<PortalKeyboard*> self_;
 };
