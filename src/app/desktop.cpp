@@ -107,7 +107,9 @@ void App::start() {
   keys = std::make_shared<LinuxKeys>(loop, services->defaults(), xServer);
   keys->start();
   for (auto& line : keys->mechanisms()) lines.push_back(line);
-  delivery = std::make_shared<LinuxDelivery>(loop, kind == LinuxSession::Kind::X11,
+  // XTest through XWayland reaches only X clients: dictated text for Wayland apps is pasted
+  // through the portal there.
+  delivery = std::make_shared<LinuxDelivery>(loop, services->defaults(), xServer,
                                              kind == LinuxSession::Kind::LayerShell);
   lines.push_back(delivery->mechanism());
   desktop = std::make_unique<LinuxDesktop>(gtk, lines);

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "app/linux_portal_paste.h"
 #include "app/linux_x11_input.h"
 #include "integrations/linux_subprocesses.h"
 
@@ -158,10 +159,11 @@ class LinuxDelivery::Clipboard final : public Delivery::Clipboard {
 // window's class also tells a terminal (xterm has no accessibility at all).
 class LinuxDelivery::Focus final : public Delivery::Desktop {
  public:
-  Focus(Loop& loop, bool x11, bool wlroots)
+  Focus(Loop& loop, Defaults& defaults, bool x11, bool wlroots)
       : x11_(x11),
         wtype_(wlroots ? g_find_program_in_path("wtype") : nullptr, g_free),
         runner_(loop) {
+    if (!x11_ && !wtype_) portal_ = std::make_unique<PortalKeyboard>(loop, defaults);
     if (atspi_init() > 1) return;
     atspi_set_timeout(300, 1000);  // the calls made for one focus event
     listener_ = atspi_event_listener_new(onEvent, this, nullptr);
@@ -196,6 +198,7 @@ class LinuxDelivery::Focus final : public Delivery::Desktop {
   void typePaste(Delivery::Target target, const std::string& text,
                  std::function<void(bool)> done) override {
     if (x11_) return done(X11Input::typePaste(target == Delivery::Target::terminal));
+    if (portal_) return portal_->paste(target == Delivery::Target::terminal, std::move(done));
     if (!wtype_) return done(false);
     // wlroots compositors take typing through the virtual-keyboard protocol; a Ctrl+V typed
     // that way does not paste, so the text itself is typed.
@@ -209,6 +212,7 @@ class LinuxDelivery::Focus final : public Delivery::Desktop {
   bool accessibility() const { return accessibility_; }
   bool x11() const { return x11_; }
   bool wtype() const { return wtype_ != nullptr; }
+  bool portal() const { return portal_ != nullptr; }
 
  private:
   // An application keeps its focused field while its window is in the background, so the
@@ -248,15 +252,16 @@ class LinuxDelivery::Focus final : public Delivery::Desktop {
   bool x11_;
   std::unique_ptr<char, void (*)(void*)> wtype_;  // its path, on wlroots compositors
   Subprocesses runner_;
+  std::unique_ptr<PortalKeyboard> portal_;  // where neither XTest nor wtype can type
   bool accessibility_ = false;
   AtspiEventListener* listener_ = nullptr;
   std::map<int, Delivery::Target> fields_;  // process id: its focused field
   int last_ = 0;                            // the process of the latest focus event
 };
 
-LinuxDelivery::LinuxDelivery(Loop& loop, bool x11, bool wlroots)
+LinuxDelivery::LinuxDelivery(Loop& loop, Defaults& defaults, bool x11, bool wlroots)
     : clipboard_(std::make_unique<Clipboard>()),
-      focus_(std::make_unique<Focus>(loop, x11, wlroots)),
+      focus_(std::make_unique<Focus>(loop, defaults, x11, wlroots)),
       delivery_(std::make_unique<Delivery>(loop, *clipboard_, *focus_)) {}
 
 LinuxDelivery::~LinuxDelivery() = default;
@@ -265,5 +270,9 @@ std::string LinuxDelivery::mechanism() const {
   std::string focus = focus_->accessibility() ? "focused field through AT-SPI" : "no AT-SPI";
   if (focus_->x11()) return "paste: XTest Ctrl+V, " + focus;
   if (focus_->wtype()) return "paste: typed with wtype (virtual keyboard), " + focus;
+  if (focus_->portal())
+    return "paste: Ctrl+V through the desktop portal's remote desktop keyboard (the text stays "
+           "on the clipboard when it is missing or refused), " +
+           focus;
   return "paste: none, dictated text is left on the clipboard; " + focus;
 }

@@ -10,6 +10,8 @@
 
 #include <gio/gio.h>
 
+#include "app/linux_portal_request.h"
+
 class PortalShortcuts {
  public:
   struct Shortcut {
@@ -33,12 +35,10 @@ class PortalShortcuts {
   void close();
 
  private:
-  struct Call;
-  // Calls a portal method whose answer comes as a Request's Response signal. `parameters`
-  // builds the arguments around the options dictionary (which carries the request's token);
-  // `done` gets the results when the answer is a success.
+  // `done` gets the results when the answer is a success; failures are reported as such.
   void request(const char* method, std::function<GVariant*(GVariant* options)> parameters,
                std::function<void(GVariant* results)> done);
+  std::function<void(const PortalRequests::Failure&)> failed();
   void fail(const std::string& why);
   void createSession();
   void bindShortcuts();
@@ -49,7 +49,5 @@ class PortalShortcuts {
   std::string session_;
   std::vector<Shortcut> shortcuts_;
   guint activatedSignal_ = 0;
-  unsigned tokens_ = 0;
-  unsigned generation_ = 0;  // a new bind or close drops answers to older requests
-  std::shared_ptr<PortalShortcuts*> self_;
+  PortalRequests requests_;  // a new bind or close drops answers to older requests
 };

@@ -475,6 +475,7 @@ void PanelController::deliver(const std::string& text) {
 }
 
 void PanelController::showCopied(const std::string& text) {
+  trace("talk copied");
   sendTalk("copied", text);
   holds_.insert("copied");
   open();

@@ -116,10 +116,10 @@ def dictate(s, env):
     check(s.command(env, 'talk')[0] == 0, 'vantler talk (stop)')
 
 
-def dictating_app(s):
+def dictating_app(s, **extra):
     """Vantler hearing SAID at every dictation, with "old clip" on the clipboard."""
     env = s.home({'onboarded': True})
-    env['VANTLER_DEBUG_DICTATION'] = SAID
+    env.update(VANTLER_DEBUG_DICTATION=SAID, **extra)
     s.vantler(env)
     s.wait_drawn(top_pill, 20, 'the pill')
     clipboard(s, 'old clip')
@@ -161,6 +161,69 @@ def no_field_leaves_the_text_on_the_clipboard(s):
     check(clipboard(s) == SAID, 'the dictated text left the clipboard')
 
 
+def focused_entry(s):
+    entry = s.start(['/usr/bin/python3', '-c', ENTRY_WINDOW])
+    wait_for(lambda: 'ready' in entry.output(), 10, 'the entry window')
+    s.xdotool('search', '--sync', '--name', '^entry$', 'windowactivate', '--sync')
+    time.sleep(0.5)  # the field's focus event reaches Vantler
+    return entry
+
+
+def remote_desktop(s, *args):
+    portal = s.start(['/usr/bin/python3', os.path.join(os.path.dirname(__file__),
+                                                       'remote_desktop.py'), *args])
+    wait_for(lambda: 'ready' in portal.output() or not portal.running(), 10, 'the portal')
+    check(portal.running(), 'the portal: ' + portal.output('.err')[-500:])
+    return portal
+
+
+# As through XWayland under GNOME: an X display, but a Wayland session, where XTest would not
+# reach Wayland apps.
+XWAYLAND = {'WAYLAND_DISPLAY': 'wayland-gone', 'VANTLER_TRACE': '1'}
+CTRL_V = ['key 0xffe3 1', 'key 0x76 1', 'clipboard ' + SAID, 'key 0x76 0', 'key 0xffe3 0']
+
+
+def paste_through_the_portal(s):
+    portal = remote_desktop(s)
+    env = dictating_app(s, **XWAYLAND)
+    entry = focused_entry(s)
+    dictate(s, env)
+    wait_for(lambda: portal.output().count('key ') == 4, 5, 'Ctrl+V through the portal')
+    lines = portal.output().splitlines()
+    check(lines[1:] == ['select - 1 2', 'dialog'] + CTRL_V, 'the portal saw: ' + str(lines))
+    wait_for(lambda: clipboard(s) == 'old clip', 2, 'the old clipboard contents back')
+    # The session stays open: the next paste asks nothing.
+    dictate(s, env)
+    wait_for(lambda: portal.output().count('key ') == 8, 5, 'the second Ctrl+V')
+    check(portal.output().count('select') == 1, 'the portal saw: ' + portal.output())
+
+    # A later run restores the permission with the token kept in the defaults.
+    check(s.command(env, 'quit')[0] == 0, 'vantler quit')
+    entry.stop()  # the pill is recognised on an empty screen
+    s.vantler(env)
+    s.wait_drawn(top_pill, 20, 'the pill again')
+    focused_entry(s)
+    dictate(s, env)
+    wait_for(lambda: portal.output().count('key ') == 12, 5, 'Ctrl+V in the second run')
+    lines = portal.output().splitlines()
+    check(lines[-7:] == ['select token-1 1 2', 'restored'] + CTRL_V,
+          'the portal saw: ' + str(lines))
+    with open(os.path.join(env['XDG_CONFIG_HOME'], 'vantler/defaults.json')) as f:
+        check(json.load(f).get('pasteRestoreToken') == 'token-2', 'the newest token kept')
+    check('talk copied' not in log(env, 'hover.log'), 'a notice of copying')
+
+
+def portal_refused_leaves_the_text_on_the_clipboard(s):
+    portal = remote_desktop(s, 'refuse')
+    env = dictating_app(s, **XWAYLAND)
+    focused_entry(s)
+    dictate(s, env)
+    wait_for(lambda: 'talk copied' in log(env, 'hover.log'), 5, 'the notice of copying')
+    check(clipboard(s) == SAID, 'the clipboard holds ' + clipboard(s))
+    check('dialog' in portal.output() and 'key ' not in portal.output(),
+          'the portal saw: ' + portal.output())
+
+
 def taken_combination_reported(s):
     grab = s.start(['/usr/bin/python3', '-c', GRAB_CTRL_ALT_R])
     wait_for(lambda: 'grabbed' in grab.output(), 10, 'the other program grabbing Ctrl+Alt+R')
@@ -179,4 +242,5 @@ def taken_combination_reported(s):
 
 if __name__ == '__main__':
     main(X11, [hot_keys_and_alt_tap, taken_combination_reported, paste_into_entry_and_terminal,
-              no_field_leaves_the_text_on_the_clipboard], ('Xvfb', 'xdotool', 'xclip', 'xterm'))
+              no_field_leaves_the_text_on_the_clipboard, paste_through_the_portal,
+              portal_refused_leaves_the_text_on_the_clipboard], ('Xvfb', 'xdotool', 'xclip', 'xterm'))
