@@ -19,7 +19,7 @@ run_pkgs=(dbus-user-session at-spi2-core xdg-utils openssh-client wtype)
 test_pkgs=(clang libclang-rt-14-dev
   xvfb openbox xcompmgr xdotool x11-utils imagemagick at-spi2-core python3-gi gir1.2-gtk-3.0
   python3-pyatspi sway grim wayvnc
-  tmux xterm kitty foot groff-base desktop-file-utils appstream dbus-daemon
+  tmux xterm kitty foot gnome-terminal konsole groff-base desktop-file-utils appstream dbus-daemon
   xclip wtype wl-clipboard
   pulseaudio pulseaudio-utils espeak-ng gnome-keyring
   openssh-server openssh-client)

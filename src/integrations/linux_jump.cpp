@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <utility>
 
 #include "core/processes.h"
@@ -37,6 +38,11 @@ std::optional<std::string> environOf(int32_t pid) {
   }
   ::close(fd);
   return text.empty() ? std::nullopt : std::optional<std::string>(std::move(text));
+}
+
+std::string envVar(const char* name) {
+  const char* value = std::getenv(name);
+  return value ? value : "";
 }
 
 // The first line of what a command printed on failure.
@@ -90,6 +96,9 @@ void TerminalJumper::go(const Session& session) {
       return;
     case Jump::Place::konsole:
       konsole(id, plan);
+      return;
+    case Jump::Place::gnomeTerminal:
+      gnomeTerminal(id, plan);
       return;
     default:
       runAll(id, plan.select, 0,
@@ -183,6 +192,20 @@ void TerminalJumper::konsole(const std::string& id, const Jump::Plan& plan) {
         runAll(id, select, 0,
                [this, id, plan] { raiseTerminalOf(id, plan.raiseFrom, plan.label); });
       });
+}
+
+void TerminalJumper::gnomeTerminal(const std::string& id, const Jump::Plan& plan) {
+  run(id, plan.select.front(), [this, id, plan](const Subprocesses::Result& r) {
+    // One server runs every GNOME Terminal window, so its pid cannot tell them apart: on X11 the
+    // terminal presents the tab's window itself, and raising by pid could bring another forward.
+    if (r.exited0 && Jump::raiseWay(envVar) == Jump::Raise::x11)
+      return log_(id + ": GNOME Terminal brought its tab forward");
+    if (r.err.find("Error.UnknownMethod") != std::string::npos)
+      log_(id +
+           ": GNOME Terminal's search provider is off, so its tab cannot be chosen "
+           "(gsettings set org.gnome.Terminal.Legacy.Settings shell-integration-enabled true)");
+    raiseTerminalOf(id, plan.raiseFrom, plan.label);
+  });
 }
 
 void TerminalJumper::raiseTerminalOf(const std::string& id, std::optional<int32_t> pid,

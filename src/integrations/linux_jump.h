@@ -50,6 +50,7 @@ class TerminalJumper final : public Jumper {
   void tmux(const std::string& id, const Jump::Plan& plan, const std::optional<std::string>& tty);
   void tmuxPane(const std::string& id, const Jump::Plan& plan, const std::string& pane);
   void konsole(const std::string& id, const Jump::Plan& plan);
+  void gnomeTerminal(const std::string& id, const Jump::Plan& plan);
 
   std::shared_ptr<WindowRaiser> raiser_;
   Log log_;

@@ -22,6 +22,10 @@ class Failure(Exception):
     pass
 
 
+class Skipped(Exception):
+    """A case that cannot run here: a program it needs is missing."""
+
+
 def skip(why):
     print('SKIP: ' + why)
     sys.exit(77)
@@ -371,6 +375,8 @@ def main(desktop, cases, tools):
             try:
                 case(session)
                 print(f'ok   {case.__name__} ({time.monotonic() - started:.1f} s)', flush=True)
+            except Skipped as e:
+                print(f'skip {case.__name__}: {e}', flush=True)
             except Exception as e:
                 failed.append(case.__name__)
                 print(f'FAIL {case.__name__}: ' +

@@ -14,7 +14,7 @@ import sys
 import time
 
 sys.dont_write_bytecode = True  # keep the source tree clean
-from harness import (HERE, H, W, Desktop, accessible, agent_in, centre, check,
+from harness import (HERE, H, W, Desktop, Skipped, accessible, agent_in, centre, check,
                      drag_restart_place_kept, extents, fixture, jump, main, opened,
                      pill_click_through_and_hover, press, top_pill, wait_for)
 
@@ -294,6 +294,57 @@ def jump_raises_the_terminal(s):
     wait_for(lambda: active() == window, 5, 'the kitty window active after the jump')
 
 
+def jump_selects_the_gnome_terminal_tab(s):
+    """An agent in the first of two GNOME Terminal tabs, behind another of its windows: its
+    search provider selects the tab and the tab's window becomes the active one."""
+    if not shutil.which('gnome-terminal'):
+        raise Skipped('gnome-terminal is not installed')
+    env = s.home({'onboarded': True})
+    # Its search provider is off by default; the setting lives in the test's home.
+    settings = os.path.join(env['XDG_CONFIG_HOME'], 'glib-2.0', 'settings')
+    os.makedirs(settings)
+    with open(os.path.join(settings, 'keyfile'), 'w') as f:
+        f.write('[org/gnome/terminal/legacy]\nshell-integration-enabled=true\n')
+    env['GSETTINGS_BACKEND'] = 'keyfile'
+    s.vantler(env, 'daemon')
+    server = s.start(['/usr/libexec/gnome-terminal-server'], env)
+    owned = ['gdbus', 'call', '--session', '--dest', 'org.freedesktop.DBus', '--object-path',
+             '/org/freedesktop/DBus', '--method', 'org.freedesktop.DBus.NameHasOwner',
+             'org.gnome.Terminal']
+    wait_for(lambda: 'true' in s.x(owned) or not server.running(), 10, 'GNOME Terminal on the bus')
+    check(server.running(), 'gnome-terminal-server exited: ' + server.output('.err')[-500:])
+    active = lambda: s.x(['xdotool', 'getactivewindow', 'getwindowname']).strip()
+    s.start(['gnome-terminal', '--wait', '-t', 'elsewhere', '--', 'sleep', '600'], env)
+    wait_for(lambda: active() == 'elsewhere', 10, 'the first GNOME Terminal window')
+    agent_in(s, env, ['gnome-terminal', '--wait', '-t', 'agent', '--'], 'in-gnome-terminal')
+    wait_for(lambda: active() == 'agent', 10, "the agent's window")
+    s.xdotool('key', 'ctrl+shift+t')  # a second tab, with a shell that names it
+    wait_for(lambda: active() not in ('', 'agent'), 10, 'a second tab in front of the agent')
+    s.xdotool('search', '--name', '^elsewhere$', 'windowactivate')
+    wait_for(lambda: active() == 'elsewhere', 5, 'the other window active again')
+    jump(s, env, 'in-gnome-terminal')
+    wait_for(lambda: active() == 'agent', 5, "the agent's tab in the active window after the jump")
+
+
+def jump_selects_the_konsole_tab(s):
+    """An agent in the first of two Konsole tabs, its window behind another: Konsole's D-Bus
+    selects the tab and the window becomes the active one."""
+    if not shutil.which('konsole'):
+        raise Skipped('konsole is not installed')
+    env = s.home({'onboarded': True})
+    s.vantler(env, 'daemon')
+    # Konsole's window is named after its current tab's program: the agent's is python3.
+    active = lambda: s.x(['xdotool', 'getactivewindow', 'getwindowname']).strip()
+    agent_in(s, env, ['konsole', '-e'], 'in-konsole')
+    wait_for(lambda: 'python3' in active(), 20, "the agent's Konsole window")
+    s.xdotool('key', 'ctrl+shift+t')  # a second tab, with a shell
+    wait_for(lambda: 'bash' in active(), 10, 'a second tab in front of the agent')
+    s.click(W - 50, H - 50)  # the window under everything takes the focus
+    wait_for(lambda: 'Konsole' not in active(), 5, 'the focus away from Konsole')
+    jump(s, env, 'in-konsole')
+    wait_for(lambda: 'python3' in active(), 5, "the agent's tab active after the jump")
+
+
 def no_display(s):
     env = s.home({'onboarded': True})
     del env['DISPLAY']
@@ -307,5 +358,6 @@ if __name__ == '__main__':
     main(X11, [rest_hover_and_click_through, peek_and_allow, questions_answered_in_panel,
          reply_typed_in_panel, drag_and_remembered_place, second_instance_takes_over,
          commands_and_theme_following_the_desktop, onboarding_and_login_item,
-         jump_raises_the_terminal, reply_dictated, no_display],
+         jump_raises_the_terminal, jump_selects_the_gnome_terminal_tab,
+         jump_selects_the_konsole_tab, reply_dictated, no_display],
          ('Xvfb',))
