@@ -295,6 +295,7 @@ TEST(JumpPlan, FindsTheLatestLoginToAHost) {
 
   const int32_t self = 50;
   const std::vector<Jump::Process> processes = {
+      {9, 1, 100, {"ssh", "devbox"}},  // the same tick: the later pid wins
       {10, 1, 100, {"ssh", "me@devbox"}},
       {11, 1, 300, {"/usr/bin/ssh", "-fNT", "devbox"}},           // forwards only
       {12, self, 400, {"ssh", "-R", "/run/a:/run/b", "devbox"}},  // our tunnel

@@ -272,7 +272,10 @@ std::optional<int32_t> loginClient(const std::vector<Process>& processes,
       std::istringstream words(p.argv[i]);
       for (std::string word; !named && words >> word;) named = names_(word);
     }
-    if (named && !forwarding && (!best || p.started > best->started)) best = &p;
+    // Start times count in clock ticks: of logins started in the same one, the later pid.
+    if (named && !forwarding &&
+        (!best || std::pair(p.started, p.pid) > std::pair(best->started, best->pid)))
+      best = &p;
   }
   return best ? std::optional<int32_t>(best->pid) : std::nullopt;
 }

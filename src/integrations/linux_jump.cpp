@@ -129,7 +129,7 @@ void TerminalJumper::remote(const std::string& id, const std::string& machine) {
     // its window.
     Session login;
     login.agentPid = *client;
-    follow(id, facts(login), std::nullopt);
+    follow(id, facts(login), machine);
   });
 }
 
