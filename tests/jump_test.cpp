@@ -285,3 +285,77 @@ TEST_F(JumpLoop, WezTermAndEditorsAreAskedThroughTheirCommandLines) {
             "code /home/me/app \n");
   EXPECT_EQ(raiser_->raised[0].at(0), agent.pid());  // no host known: from the agent up
 }
+
+TEST(JumpPlan, FindsTheLatestLoginToAHost) {
+  EXPECT_EQ(Jump::loginNames("me@devbox:2222", ""),
+            (std::vector<std::string>{"devbox", "me@devbox"}));
+  EXPECT_EQ(Jump::configuredHostName("user me\nhostname devbox.example.com\nport 22\n"),
+            "devbox.example.com");
+  EXPECT_EQ(Jump::configuredHostName("user me\n"), "");
+
+  const int32_t self = 50;
+  const std::vector<Jump::Process> processes = {
+      {9, 1, 100, {"ssh", "devbox"}},  // the same tick: the later pid wins
+      {10, 1, 100, {"ssh", "me@devbox"}},
+      {11, 1, 300, {"/usr/bin/ssh", "-fNT", "devbox"}},           // forwards only
+      {12, self, 400, {"ssh", "-R", "/run/a:/run/b", "devbox"}},  // our tunnel
+      {13, 1, 200, {"mosh-client", "-# devbox.example.com |", "10.1.1.1", "60001"}},
+      {14, 1, 500, {"ssh", "otherbox"}},
+      {15, 1, 600, {"vim", "devbox"}},
+      {16, 1, 700, {"ssh", "-p", "22", "devbox2"}},
+  };
+  EXPECT_EQ(Jump::loginClient(processes, Jump::loginNames("devbox", ""), self), 10);
+  EXPECT_EQ(Jump::loginClient(processes, Jump::loginNames("devbox", "devbox.example.com"), self),
+            13);
+  EXPECT_EQ(Jump::loginClient(processes, Jump::loginNames("me@devbox:2222", ""), self), 10);
+  EXPECT_EQ(Jump::loginClient(processes, Jump::loginNames("nowhere", ""), self), std::nullopt);
+}
+
+// Logins started by a shell of their own (children of the test would pass for Vantler's own
+// tunnels): `ssh me@devbox`, then a mosh-client to the address ssh's stand-in gives for
+// devbox, then a forwarding-only ssh. The mosh-client's terminal is raised.
+TEST_F(JumpLoop, ARemoteSessionRaisesTheLatestLoginToItsHost) {
+  const std::string bin = home_.path() + "/bin";
+  std::filesystem::create_directories(bin);
+  std::ofstream(bin + "/login") << "#!/bin/bash\nexec -a \"$1\" /bin/sh -c 'sleep 600; :' \"$2\"\n";
+  std::ofstream(bin + "/ssh") << "#!/bin/sh\nfor a; do last=$a; done\necho 'user me'\n"
+                                 "[ \"$last\" = devbox ] && echo 'hostname 10.0.0.7'\n";
+  for (const char* name : {"login", "ssh"})
+    std::filesystem::permissions(bin + "/" + name, std::filesystem::perms::owner_all);
+  setenv("VANTLER_SSH", (bin + "/ssh").c_str(), 1);
+  std::vector<std::unique_ptr<Process>> logins;
+  for (const char* args : {"ssh me@devbox", "mosh-client '-# 10.0.0.7 |'", "ssh -N devbox"}) {
+    logins.push_back(std::make_unique<Process>(
+        std::vector<std::string>{"/bin/sh", "-c", bin + "/login " + args + " & wait"},
+        std::map<std::string, std::string>{}));
+    // Each one's command line is in place before the next starts.
+    const std::string children = "/proc/" + std::to_string(logins.back()->pid()) + "/task/" +
+                                 std::to_string(logins.back()->pid()) + "/children";
+    std::string command;
+    for (int i = 0; i < 2500 && command.find("sleep 600") == std::string::npos;
+         ++i, g_usleep(2000)) {
+      int child = 0;
+      if (!(std::ifstream(children) >> child)) continue;
+      std::stringstream text;
+      text << std::ifstream("/proc/" + std::to_string(child) + "/cmdline").rdbuf();
+      command = text.str();
+    }
+    ASSERT_NE(command.find("sleep 600"), std::string::npos);
+  }
+  Session s;
+  s.id = "claude:devbox:r";
+  s.machine = "devbox";
+  jumper_->go(s);
+  ASSERT_TRUE(raises(1)) << log_;
+  EXPECT_EQ(raiser_->raised[0].at(1), logins[1]->pid()) << log_;
+
+  s.machine = "elsewhere";
+  jumper_->go(s);
+  const gint64 deadline = g_get_monotonic_time() + 5 * G_USEC_PER_SEC;
+  while (log_.find("no ssh or mosh") == std::string::npos && g_get_monotonic_time() < deadline)
+    if (!g_main_context_iteration(context_, FALSE)) g_usleep(1000);
+  unsetenv("VANTLER_SSH");
+  EXPECT_NE(log_.find("no ssh or mosh of this user logs in to elsewhere here"), std::string::npos)
+      << log_;
+  EXPECT_EQ(raiser_->raised.size(), 1u);
+}

@@ -224,6 +224,62 @@ std::vector<std::string> childNodes(std::string_view xml) {
   return nodes;
 }
 
+std::vector<std::string> loginNames(const std::string& host, const std::string& hostName) {
+  std::string destination = host;
+  size_t colon = host.rfind(':');
+  if (colon != std::string::npos && host.find(':') == colon && digits(host.substr(colon + 1)))
+    destination.resize(colon);
+  std::vector<std::string> names = {destination};
+  if (size_t at = destination.find('@'); at != std::string::npos)
+    names.push_back(destination.substr(at + 1));
+  if (!hostName.empty()) names.push_back(hostName);
+  std::sort(names.begin(), names.end());
+  names.erase(std::unique(names.begin(), names.end()), names.end());
+  std::erase(names, std::string());
+  return names;
+}
+
+std::string configuredHostName(std::string_view config) {
+  for (const std::string& line : Text::lines(config))
+    if (line.starts_with("hostname ")) return Text::trim(line.substr(9));
+  return {};
+}
+
+std::optional<int32_t> loginClient(const std::vector<Process>& processes,
+                                   const std::vector<std::string>& names, int32_t self) {
+  // "-N" alone or among other single-letter flags ("-fNT").
+  auto forwardsOnly = [](const std::string& arg) {
+    return arg.size() > 1 && arg[0] == '-' && arg.find('N') != std::string::npos &&
+           std::all_of(arg.begin() + 1, arg.end(), [](char c) { return std::isalpha(c); });
+  };
+  // A word naming the host, alone or after a user ("me@devbox").
+  auto names_ = [&](std::string_view word) {
+    for (const std::string& name : names)
+      if (word == name || (word.size() > name.size() && word.ends_with(name) &&
+                           word[word.size() - name.size() - 1] == '@'))
+        return true;
+    return false;
+  };
+  const Process* best = nullptr;
+  for (const Process& p : processes) {
+    if (p.argv.empty() || p.parent == self) continue;
+    const std::string program = lastPathComponent(p.argv[0]);
+    if (program != "ssh" && program != "mosh" && program != "mosh-client") continue;
+    bool named = false, forwarding = false;
+    // mosh-client carries the command line the user typed as one argument ("-# devbox |").
+    for (size_t i = 1; i < p.argv.size(); ++i) {
+      forwarding = forwarding || (program == "ssh" && forwardsOnly(p.argv[i]));
+      std::istringstream words(p.argv[i]);
+      for (std::string word; !named && words >> word;) named = names_(word);
+    }
+    // Start times count in clock ticks: of logins started in the same one, the later pid.
+    if (named && !forwarding &&
+        (!best || std::pair(p.started, p.pid) > std::pair(best->started, best->pid)))
+      best = &p;
+  }
+  return best ? std::optional<int32_t>(best->pid) : std::nullopt;
+}
+
 Raise raiseWay(const std::function<std::string(const char*)>& env) {
   if (!env("SWAYSOCK").empty()) return Raise::sway;
   if (!env("HYPRLAND_INSTANCE_SIGNATURE").empty()) return Raise::hyprland;

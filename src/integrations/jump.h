@@ -92,6 +92,26 @@ std::optional<TmuxClient> activeClient(std::string_view listing);
 // The child object names of a D-Bus introspection, as printed by `gdbus call … Introspect`.
 std::vector<std::string> childNodes(std::string_view introspection);
 
+// A process of this user as /proc shows it, for finding the local login to another machine.
+struct Process {
+  int32_t pid = 0;
+  int32_t parent = 0;
+  uint64_t started = 0;  // clock ticks after boot
+  std::vector<std::string> argv;
+};
+
+// The names a command line may give a remote host typed as `host` (an ~/.ssh/config alias or
+// user@host[:port]): the destination without its port, the host without its user, and
+// `hostName`, the address the alias stands for, when known.
+std::vector<std::string> loginNames(const std::string& host, const std::string& hostName);
+// The address in the output of `ssh -G <alias>` ("hostname devbox.example.com"); empty when none.
+std::string configuredHostName(std::string_view sshConfig);
+// The `ssh`, `mosh` or `mosh-client` among `processes` that logs in under one of `names`, the
+// most recently started one. Forwarding-only ssh (`-N`) and the children of `self` (Vantler's
+// own tunnels) have no terminal and are passed over.
+std::optional<int32_t> loginClient(const std::vector<Process>& processes,
+                                   const std::vector<std::string>& names, int32_t self);
+
 // How windows are raised on this desktop, from the session's environment.
 enum class Raise { x11, sway, hyprland, kwin, gnome, none };
 Raise raiseWay(const std::function<std::string(const char* name)>& env);

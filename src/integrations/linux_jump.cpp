@@ -1,5 +1,6 @@
 #include "integrations/linux_jump.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,25 +10,28 @@
 #include <utility>
 
 #include "core/processes.h"
+#include "integrations/remote_hosts.h"
 #include "integrations/tmux_replies.h"
 
 namespace {
 
-// Environments are a few KiB; a larger one is cut, which at worst hides a marker.
-constexpr size_t kMaxEnviron = 256 * 1024;
+// Environments and command lines are a few KiB; a larger one is cut, which at worst hides a
+// marker or an argument.
+constexpr size_t kMaxRecord = 256 * 1024;
 // Programs between an agent and its terminal: a shell, a launcher, a multiplexer client.
 constexpr size_t kMaxLevels = 8;
 
-// The environment block of a process; nothing when it cannot be read (gone, another user's).
-std::optional<std::string> environOf(int32_t pid) {
-  char path[40];
-  std::snprintf(path, sizeof path, "/proc/%d/environ", static_cast<int>(pid));
+// A NUL-separated record of a process ("environ", "cmdline"); nothing when it cannot be read
+// (gone, another user's).
+std::optional<std::string> procRecord(int32_t pid, const char* record) {
+  char path[64];
+  std::snprintf(path, sizeof path, "/proc/%d/%s", static_cast<int>(pid), record);
   int fd = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (fd < 0) return std::nullopt;
   struct stat info;
   std::string text;
   if (::fstat(fd, &info) == 0 && S_ISREG(info.st_mode)) {
-    text.resize(kMaxEnviron);
+    text.resize(kMaxRecord);
     size_t got = 0;
     while (got < text.size()) {
       ssize_t n = ::read(fd, text.data() + got, text.size() - got);
@@ -43,6 +47,38 @@ std::optional<std::string> environOf(int32_t pid) {
 std::string envVar(const char* name) {
   const char* value = std::getenv(name);
   return value ? value : "";
+}
+
+// This user's processes whose program may log in to another machine.
+std::vector<Jump::Process> loginProcesses() {
+  std::vector<Jump::Process> found;
+  DIR* proc = ::opendir("/proc");
+  if (!proc) return found;
+  const uid_t me = ::getuid();
+  while (const dirent* entry = ::readdir(proc)) {
+    char* end = nullptr;
+    long pid = std::strtol(entry->d_name, &end, 10);
+    struct stat info;
+    if (*end || pid <= 1 || ::fstatat(::dirfd(proc), entry->d_name, &info, 0) != 0 ||
+        info.st_uid != me)
+      continue;
+    std::optional<std::string> cmdline = procRecord(static_cast<int32_t>(pid), "cmdline");
+    if (!cmdline ||
+        (cmdline->find("ssh") == std::string::npos && cmdline->find("mosh") == std::string::npos))
+      continue;
+    Jump::Process p{static_cast<int32_t>(pid), 0, 0, {}};
+    p.parent = Processes::parent(p.pid).value_or(0);
+    p.started = Processes::startTime(p.pid).value_or(0);
+    for (size_t at = 0; at < cmdline->size();) {
+      size_t next = cmdline->find('\0', at);
+      if (next == std::string::npos) next = cmdline->size();
+      p.argv.push_back(cmdline->substr(at, next - at));
+      at = next + 1;
+    }
+    found.push_back(std::move(p));
+  }
+  ::closedir(proc);
+  return found;
 }
 
 // The first line of what a command printed on failure.
@@ -61,7 +97,7 @@ Jump::Facts TerminalJumper::facts(const Session& s) {
   if (!s.agentPid || *s.agentPid <= 1) return f;
   for (int32_t pid : Processes::ancestors(*s.agentPid, kMaxLevels)) {
     if (s.hostPid && pid == *s.hostPid) break;
-    std::optional<std::string> environ = environOf(pid);
+    std::optional<std::string> environ = procRecord(pid, "environ");
     if (pid == *s.agentPid) f.agentRunning = environ.has_value();
     if (environ) Jump::readMarkers(*environ, f.markers);
   }
@@ -69,12 +105,43 @@ Jump::Facts TerminalJumper::facts(const Session& s) {
 }
 
 void TerminalJumper::go(const Session& session) {
-  const std::string id = session.id;
+  if (!session.machine.empty()) return remote(session.id, session.machine);
   Jump::Facts f = facts(session);
-  Jump::Plan plan = Jump::plan(f);
   // Where only the window is raised, it is named as the page names it ("XTerm").
-  if (plan.place == Jump::Place::terminal)
-    plan.label = Jump::hostName(session).value_or(plan.label);
+  follow(session.id, f, Jump::hostName(session));
+}
+
+void TerminalJumper::remote(const std::string& id, const std::string& machine) {
+  // The host's hook reports nothing of the agent's surroundings there (its tmux pane among
+  // them), so only the local login is brought forward.
+  log_(id + ": runs on " + machine +
+       "; its hook reports no tmux pane there, so only the local ssh or mosh is raised");
+  // An alias may stand for an address the user also logs in by: ssh resolves it without
+  // connecting.
+  std::vector<std::string> config = RemoteHosts::ssh(machine);
+  config.insert(config.begin() + 1, "-G");
+  run(id, {config, {}}, [this, id, machine](const Subprocesses::Result& r) {
+    std::vector<std::string> names =
+        Jump::loginNames(machine, r.exited0 ? Jump::configuredHostName(r.out) : "");
+    std::optional<int32_t> client =
+        Jump::loginClient(loginProcesses(), names, static_cast<int32_t>(::getpid()));
+    if (!client) {
+      log_(id + ": no ssh or mosh of this user logs in to " + machine + " here");
+      return;
+    }
+    log_(id + ": the login to " + machine + " is process " + std::to_string(*client));
+    // The login is followed as a local agent would be: its tmux pane or terminal tab, then
+    // its window.
+    Session login;
+    login.agentPid = *client;
+    follow(id, facts(login), machine);
+  });
+}
+
+void TerminalJumper::follow(const std::string& id, const Jump::Facts& f,
+                            const std::optional<std::string>& windowName) {
+  Jump::Plan plan = Jump::plan(f);
+  if (plan.place == Jump::Place::terminal) plan.label = windowName.value_or(plan.label);
   log_(id + ": " + std::string(Jump::name(plan.place)) +
        (plan.label.empty() || plan.label == Jump::name(plan.place) ? "" : " (" + plan.label + ")"));
   if (f.agentPid && !f.agentRunning)

@@ -44,6 +44,11 @@ class TerminalJumper final : public Jumper {
 
  private:
   using Then = std::function<void(const Subprocesses::Result&)>;
+  // A session on another machine: the local ssh or mosh that logs in there.
+  void remote(const std::string& id, const std::string& machine);
+  // Carries out the plan for `f`; `windowName` names a terminal whose window alone is raised.
+  void follow(const std::string& id, const Jump::Facts& f,
+              const std::optional<std::string>& windowName);
   void run(const std::string& id, const Jump::Command& command, Then then);
   void runAll(const std::string& id, std::vector<Jump::Command> commands, size_t next,
               std::function<void()> then);
