@@ -133,7 +133,9 @@ TEST_F(Hostile, AStoppedAppNeverHoldsUpTheAgent) {
   auto quick = hook("claude", kToolUse.dump());
   EXPECT_EQ(quick->wait(5), 0);
   const double quickFor = secondsSince(t0);
-  EXPECT_LT(quickFor, 1.0);
+  // Bounds here tell a stalled loop (seconds on end) from a busy machine; the timings
+  // themselves are benchmarks' business.
+  EXPECT_LT(quickFor, 3.0);
   t0 = Clock::now();
   auto ask = hook("cursor", Json{{"hook_event_name", "beforeSubmitPrompt"}}.dump());
   EXPECT_EQ(ask->wait(5), 0);
@@ -181,7 +183,7 @@ TEST_F(Hostile, FloodingClientsCannotDelayTheState) {
   const long rss = peakResidentKiB(daemon->pid());
   std::printf("[ measure  ] state under flood: worst %.0f ms; app peak RSS %ld MiB\n", worst * 1000,
               rss / 1024);
-  EXPECT_LT(worst, 1.0);
+  EXPECT_LT(worst, 3.0);
   EXPECT_GE(cut, 1);
   if (!kSanitized) {
     EXPECT_LT(rss, 200 * 1024);
@@ -221,7 +223,7 @@ TEST_F(Hostile, RunningOutOfDescriptorsPausesThenRecovers) {
   for (int i = 0; i < 50 && !(took = stateTime()); ++i)
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
   ASSERT_TRUE(took) << daemon->err();
-  EXPECT_LT(*took, 1.0);
+  EXPECT_LT(*took, 3.0);
   auto h = hook("claude", kToolUse.dump());
   EXPECT_EQ(h->wait(5), 0);
   EXPECT_TRUE(daemon->running());
