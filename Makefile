@@ -46,11 +46,14 @@ test-desktop: build
 	@/usr/bin/python3 tests/desktop/keys_test.py $(BUILD)
 	@/usr/bin/python3 tests/desktop/portal_test.py $(BUILD)
 
-# `make install` into a temporary prefix from the normal build: the installed app starts,
-# finds its page, its hook program and its desktop files.
+# `make install` into a temporary prefix from the normal build, then the same build packaged
+# as a .deb and unpacked: the installed app starts, finds its page, its hook program and its
+# desktop files, and the package names its dependencies.
 test-install: build
 	@scripts/deps.sh test
 	@/usr/bin/python3 tests/install/install_test.py $(BUILD)
+	@rm -rf $(BUILD)/dist && scripts/make-deb.sh $(BUILD) $(BUILD)/dist
+	@/usr/bin/python3 tests/install/install_test.py $(BUILD) --deb $$(ls $(BUILD)/dist/vantler_*.deb)
 
 # A Release build installed under PREFIX (DESTDIR stages it elsewhere); `make deb` packages the
 # same build for /usr as dist/vantler_<version>_<arch>.deb, `make test-deb` checks the package.

@@ -20,7 +20,7 @@ arch=$(dpkg --print-architecture)
 # directory holding DEBIAN) around the files it looks at.
 mkdir -p "$root/DEBIAN"
 printf 'Source: vantler\n\nPackage: vantler\nArchitecture: any\n' >"$stage/debian/control"
-depends=$(cd "$stage" && dpkg-shlibdeps -O debian/vantler/usr/bin/vantler debian/vantler/usr/libexec/vantler/vantler-hook |
+depends=$(cd "$stage" && dpkg-shlibdeps -O debian/vantler/usr/bin/vantler |
   sed -n 's/^shlibs:Depends=//p')
 [ -n "$depends" ] || { echo "make-deb: dpkg-shlibdeps found no dependencies" >&2; exit 1; }
 
@@ -32,15 +32,15 @@ Architecture: $arch
 Maintainer: Vantler developers <dev@vantler.dev>
 Installed-Size: $(du -sk --exclude=DEBIAN "$root" | cut -f1)
 Depends: $depends
-Recommends: dbus-user-session, at-spi2-core, xdg-utils
-Suggests: tmux
+Recommends: dbus-user-session, at-spi2-core, xdg-utils, openssh-client, wtype
+Suggests: tmux, pocketsphinx-en-us
 Section: devel
 Priority: optional
 Description: desktop companion for AI coding agents
  Vantler follows the sessions of AI coding agents (Claude Code, Codex, Cursor,
- Gemini CLI, Windsurf, Copilot CLI, droid, OpenCode) and shows in a small panel
- at the top of the screen what each one does, whether it waits for you, and
- what it costs. Permission requests and questions are answered from the panel
+ Gemini CLI, Windsurf, Copilot CLI, droid, OpenCode and fifteen more) and shows
+ in a small panel at the top of the screen what each one does, whether it waits
+ for you, and what it costs. Permission requests and questions are answered from the panel
  or the command line.
 CONTROL
 
