@@ -7,6 +7,8 @@
 #include <cstring>
 #include <vector>
 
+#include "core/text.h"
+
 namespace UpdateFeed {
 namespace {
 
@@ -69,11 +71,6 @@ struct Walk {
   }
 };
 
-std::string trimmed(std::string_view s) {
-  size_t b = s.find_first_not_of(" \t\r\n"), e = s.find_last_not_of(" \t\r\n");
-  return b == std::string_view::npos ? std::string() : std::string(s.substr(b, e - b + 1));
-}
-
 void onStart(GMarkupParseContext*, const char* name, const char** names, const char** values,
              gpointer data, GError**) {
   auto* w = static_cast<Walk*>(data);
@@ -82,10 +79,11 @@ void onStart(GMarkupParseContext*, const char* name, const char** names, const c
   if (!w->inItem || std::strcmp(name, "enclosure") != 0) return;
   for (size_t i = 0; names[i]; ++i) {
     std::string_view attr = names[i];
-    if (attr == "url") w->enclosureUrl = trimmed(values[i]);
-    if (attr == "sparkle:version" && w->version.empty()) w->version = trimmed(values[i]);
+    if (attr == "url") w->enclosureUrl = Text::trimWhitespace(values[i]);
+    if (attr == "sparkle:version" && w->version.empty())
+      w->version = Text::trimWhitespace(values[i]);
     if (attr == "sparkle:shortVersionString" && w->shortVersion.empty())
-      w->shortVersion = trimmed(values[i]);
+      w->shortVersion = Text::trimWhitespace(values[i]);
   }
 }
 
@@ -102,7 +100,7 @@ void onText(GMarkupParseContext*, const char* text, gsize size, gpointer data, G
   auto* w = static_cast<Walk*>(data);
   if (!w->inItem || w->stack.empty()) return;
   const std::string& el = w->stack.back();
-  std::string value = trimmed(std::string_view(text, size));
+  std::string value = Text::trimWhitespace(std::string_view(text, size));
   if (el == "sparkle:shortVersionString") w->shortVersion = value;
   if (el == "sparkle:version") w->version = value;
   if (el == "link") w->link = value;

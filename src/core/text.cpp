@@ -181,6 +181,13 @@ std::vector<std::string> lines(std::string_view text) {
   return out;
 }
 
+std::string trimWhitespace(std::string_view text) {
+  constexpr std::string_view blank = " \t\r\n\v\f";
+  const size_t begin = text.find_first_not_of(blank);
+  if (begin == std::string_view::npos) return {};
+  return std::string(text.substr(begin, text.find_last_not_of(blank) - begin + 1));
+}
+
 std::string trim(std::string_view text) {
   const auto* s = reinterpret_cast<const uint8_t*>(text.data());
   const auto length = static_cast<int32_t>(text.size());

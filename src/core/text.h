@@ -17,6 +17,8 @@ std::string prefixGraphemes(std::string_view text, size_t n);
 std::vector<std::string> lines(std::string_view text);
 // Removes horizontal spaces from both ends.
 std::string trim(std::string_view text);
+// Removes ASCII whitespace, line ends included, from both ends (machine output, markup values).
+std::string trimWhitespace(std::string_view text);
 // Full Unicode upper-casing (so "ß" becomes "SS").
 std::string upper(std::string_view text);
 // Full Unicode lower-casing.

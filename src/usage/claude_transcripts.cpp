@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 
+#include "core/text.h"
 #include "usage/pricing.h"
 
 namespace {
@@ -19,18 +20,11 @@ constexpr std::string_view kInterrupted = "[Request interrupted by user";
 // System lines written once a turn is over.
 constexpr std::array<std::string_view, 2> kTurnOver = {"stop_hook_summary", "turn_duration"};
 
-std::string trimmed(std::string_view s) {
-  auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; };
-  while (!s.empty() && blank(s.front())) s.remove_prefix(1);
-  while (!s.empty() && blank(s.back())) s.remove_suffix(1);
-  return std::string(s);
-}
-
 // The text the user typed: a plain string, or the text blocks of a block list. Lists holding a
 // tool result are the results of tool calls, not prompts.
 std::optional<std::string> typedText(const ClaudeLines::Value& content) {
   if (content.isString()) {
-    if (auto text = ClaudeLines::text(content)) return trimmed(*text);
+    if (auto text = ClaudeLines::text(content)) return Text::trimWhitespace(*text);
     return std::nullopt;
   }
   if (content.kind != '[' || content.raw.find("\"tool_result\"") != std::string_view::npos)
@@ -38,7 +32,7 @@ std::optional<std::string> typedText(const ClaudeLines::Value& content) {
   std::string joined;
   for (const Json& block : JsonField::parse(content.raw)) {
     if (JsonField::str(block, "type") != "text") continue;
-    const std::string part = trimmed(JsonField::str(block, "text"));
+    const std::string part = Text::trimWhitespace(JsonField::str(block, "text"));
     if (part.empty()) continue;
     if (!joined.empty()) joined += '\n';
     joined += part;

@@ -1,5 +1,6 @@
 #include "voice/polish.h"
 
+#include "core/text.h"
 #include "voice/dictation.h"
 
 namespace Polish {
@@ -19,14 +20,6 @@ size_t spaceWords(std::string_view text) {
   return n;
 }
 
-std::string trimmed(std::string_view text) {
-  constexpr std::string_view blank = " \t\r\n\v\f";
-  size_t b = text.find_first_not_of(blank);
-  if (b == std::string_view::npos) return {};
-  size_t e = text.find_last_not_of(blank);
-  return std::string(text.substr(b, e - b + 1));
-}
-
 }  // namespace
 
 std::string finish(std::string_view text) {
@@ -43,7 +36,7 @@ void run(const std::string& text, PunctuationModel* model, std::function<void(st
     return;
   }
   model->punctuate(cleaned, [cleaned, done = std::move(done)](std::optional<std::string> answer) {
-    std::string said = answer ? trimmed(*answer) : std::string();
+    std::string said = answer ? Text::trimWhitespace(*answer) : std::string();
     bool faithful = answer && Dictation::words(said) == Dictation::words(cleaned);
     done(finish(faithful ? said : cleaned));
   });
