@@ -10,11 +10,6 @@
 
 namespace {
 
-std::string env(const char* name) {
-  const char* value = std::getenv(name);
-  return value ? value : "";
-}
-
 std::string trimmed(const std::string& text) {
   size_t end = text.find_last_not_of(" \n\r\t");
   return end == std::string::npos ? "" : text.substr(0, end + 1);
@@ -37,7 +32,7 @@ LinuxWindowRaiser::LinuxWindowRaiser(Loop& loop) : runs_(loop) {
 
 void LinuxWindowRaiser::raise(const std::vector<int32_t>& pids, const std::string& place,
                               Done done) {
-  Jump::Raise way = Jump::raiseWay(env);
+  Jump::Raise way = Jump::raiseWay(Files::environment);
   std::vector<std::vector<std::string>> commands;
   switch (way) {
     case Jump::Raise::x11: {
@@ -157,7 +152,7 @@ void LinuxWindowRaiser::notice(const std::string& place, Done done) {
 }
 
 std::string LinuxWindowRaiser::describe() {
-  switch (Jump::raiseWay(env)) {
+  switch (Jump::raiseWay(Files::environment)) {
     case Jump::Raise::x11:
       return "jump: windows raised through EWMH";
     case Jump::Raise::sway:

@@ -48,6 +48,11 @@ std::string parent(std::string_view path) {
   return std::string(path.substr(0, slash));
 }
 
+std::string environment(const char* name) {
+  const char* value = std::getenv(name);
+  return value ? value : "";
+}
+
 std::string executable() {
   char buf[4096];
   ssize_t n = ::readlink("/proc/self/exe", buf, sizeof buf - 1);

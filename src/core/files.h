@@ -9,6 +9,8 @@ namespace Files {
 
 // $HOME, or the password database's home directory when HOME is unset or empty.
 std::string home();
+// The environment variable's value, or "" when it is not set.
+std::string environment(const char* name);
 // $XDG_CONFIG_HOME when it is an absolute path, else home() + "/.config".
 std::string configHome();
 

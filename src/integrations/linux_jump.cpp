@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "core/files.h"
 #include "core/processes.h"
 #include "integrations/remote_hosts.h"
 #include "integrations/tmux_replies.h"
@@ -42,11 +43,6 @@ std::optional<std::string> procRecord(int32_t pid, const char* record) {
   }
   ::close(fd);
   return text.empty() ? std::nullopt : std::optional<std::string>(std::move(text));
-}
-
-std::string envVar(const char* name) {
-  const char* value = std::getenv(name);
-  return value ? value : "";
 }
 
 // This user's processes whose program may log in to another machine.
@@ -265,7 +261,7 @@ void TerminalJumper::gnomeTerminal(const std::string& id, const Jump::Plan& plan
   run(id, plan.select.front(), [this, id, plan](const Subprocesses::Result& r) {
     // One server runs every GNOME Terminal window, so its pid cannot tell them apart: on X11 the
     // terminal presents the tab's window itself, and raising by pid could bring another forward.
-    if (r.exited0 && Jump::raiseWay(envVar) == Jump::Raise::x11)
+    if (r.exited0 && Jump::raiseWay(Files::environment) == Jump::Raise::x11)
       return log_(id + ": GNOME Terminal brought its tab forward");
     if (r.err.find("Error.UnknownMethod") != std::string::npos)
       log_(id +
