@@ -248,7 +248,15 @@ TEST_F(JumpLoop, WezTermAndEditorsAreAskedThroughTheirCommandLines) {
   // Its environment is read once it runs `sleep`, no longer a copy of the test's.
   std::error_code ec;
   const std::string exe = "/proc/" + std::to_string(agent.pid()) + "/exe";
-  for (int i = 0; i < 2500 && std::filesystem::read_symlink(exe, ec).filename() != "sleep"; ++i)
+  const std::string environ = "/proc/" + std::to_string(agent.pid()) + "/environ";
+  auto marked = [&] {
+    std::stringstream text;
+    text << std::ifstream(environ).rdbuf();
+    return text.str().find("WEZTERM_PANE=5") != std::string::npos;
+  };
+  for (int i = 0;
+       i < 10000 && (std::filesystem::read_symlink(exe, ec).filename() != "sleep" || !marked());
+       ++i)
     g_usleep(2000);
   Session wezterm, editor;
   wezterm.id = "gemini:wez";
