@@ -336,15 +336,14 @@ std::string vibeConfig() {
   return home("/.vibe/config.toml");
 }
 
-// Whether the text names a version before 2.21: "vibe 2.20.3", "mistral_vibe-1.9.0.dist-info".
-// Nothing when it names none.
+// Whether the first "major.minor" in the text is before 2.21: "vibe 2.20.3", "v2.21.0",
+// "1.9.0.dist-info". Nothing when the text holds none.
 std::optional<bool> before221(std::string_view text) {
+  auto digit = [&](size_t at) { return std::isdigit(static_cast<unsigned char>(text[at])) != 0; };
   for (size_t at = 0; at < text.size(); ++at) {
-    int major = 0, minor = 0, used = 0;
-    if ((at == 0 || !std::isalnum(static_cast<unsigned char>(text[at - 1]))) &&
-        std::isdigit(static_cast<unsigned char>(text[at])) &&
-        std::sscanf(std::string(text.substr(at, 24)).c_str(), "%d.%d%n", &major, &minor, &used) ==
-            2)
+    if (!digit(at) || (at > 0 && (digit(at - 1) || text[at - 1] == '.'))) continue;
+    int major = 0, minor = 0;
+    if (std::sscanf(std::string(text.substr(at, 24)).c_str(), "%d.%d", &major, &minor) == 2)
       return major < 2 || (major == 2 && minor < 21);
   }
   return std::nullopt;
