@@ -533,7 +533,7 @@ TEST_F(MoreAgentFiles, TheFormTheInstalledVersionTakes) {
   put(agent, "{}");
   MoreAgents::install("kiro");
   EXPECT_THAT(slurp(agent), ::testing::HasSubstr("agentSpawn"));
-  EXPECT_EQ(MoreAgents::todo("kiro"), "in 1 agent files, for Kiro CLIs before Kiro 3");
+  EXPECT_THAT(MoreAgents::todo("kiro"), ::testing::HasSubstr("1 agent file,"));
   EXPECT_FALSE(fs::exists(at("/.kiro/hooks")));
   // Kiro 3 in use: its hook file instead, and the agent files lose ours.
   put(at("/.kiro/hooks/lint.json"), "{}");

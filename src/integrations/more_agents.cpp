@@ -711,9 +711,9 @@ std::string path(std::string_view id) {
 
 std::string todo(std::string_view id) {
   if (id == "kiro") {
-    size_t agents = kiroAgentsConnected();
-    if (agents > 0)
-      return "in " + std::to_string(agents) + " agent files, for Kiro CLIs before Kiro 3";
+    if (size_t agents = kiroAgentsConnected(); agents > 0)
+      return "in the hooks of " + std::to_string(agents) +
+             (agents == 1 ? " agent file" : " agent files") + ", for Kiro CLIs before Kiro 3";
   }
   if (id == "vibe" && isInstalled(id)) {
     if (vibeTablesBefore221())
