@@ -10,6 +10,7 @@
 
 #include "bridge/adapters.h"
 #include "core/files.h"
+#include "integrations/file_access.h"
 #include "integrations/installers.h"
 #include "integrations/more_agents.h"
 #include "integrations/toml_tables.h"
@@ -340,6 +341,7 @@ class MoreAgentFiles : public ::testing::Test {
   void SetUp() override {
     setenv("PATH", (home.path() + "/no-bin").c_str(), 1);
     HookInstaller::setBundledBinary(std::nullopt);
+    ConfigFile::waitForPrograms(true);  // as on the command line
   }
   void TearDown() override { setenv("PATH", oldPath.c_str(), 1); }
   std::string at(const std::string& rest) const { return home.path() + rest; }
@@ -358,6 +360,8 @@ TEST_F(MoreAgentFiles, SettingsFilesComeBackByteForByte) {
   struct Case {
     std::string agent, file, text;
     std::vector<std::string> added;  // pieces of what connect writes
+    // Files put beside it first; each is as it was after disconnecting.
+    std::map<std::string, std::string> beside = {};
   };
   const std::string json =
       "{\n    \"theme\": \"dark\",\n    \"n\": 1.50,\n    \"hooks\": {\n"
@@ -393,6 +397,23 @@ TEST_F(MoreAgentFiles, SettingsFilesComeBackByteForByte) {
        "/.vibe/hooks.toml",
        "",
        {"name = \"vantler-pre_tool\"\ntype = \"pre_tool\"\nmatch = \"*\""}},
+      // Before 2.21 (as the package's record says): the older names, and hooks switched on.
+      {"vibe",
+       "/.vibe/hooks.toml",
+       "# mine\n",
+       {"[[hooks]]\nname = \"vantler-before_tool\"\ntype = \"before_tool\"",
+        "type = \"post_agent_turn\""},
+       {{"/.local/share/uv/tools/mistral-vibe/lib/python3.12/site-packages/"
+         "mistral_vibe-2.20.4.dist-info/RECORD",
+         ""},
+        {"/.vibe/config.toml", "[model]\nname = \"devstral\"\n"}}},
+      // Older Kiro CLIs: the hooks inside each agent file.
+      {"kiro",
+       "/.kiro/agents/dev.json",
+       "{\n  \"name\": \"dev\",\n  \"hooks\": {\n    \"stop\": [{\"command\": \"say done\"}]\n  "
+       "}\n}\n",
+       {"\"preToolUse\": [", "\"timeout_ms\": 10000"},
+       {{"/.kiro/agents/review.json", "{\"name\": \"review\"}"}}},
       {"aider",
        "/.aider.conf.yml",
        "model: sonnet\nauto-commits: false\n",
@@ -407,6 +428,7 @@ TEST_F(MoreAgentFiles, SettingsFilesComeBackByteForByte) {
     SCOPED_TRACE(c.agent + ": " + c.text);
     const std::string file = at(c.file);
     put(file, c.text);
+    for (const auto& [path, text] : c.beside) put(at(path), text);
     MoreAgents::install(c.agent);
     const std::string connected = slurp(file);
     for (const std::string& piece : c.added)
@@ -417,8 +439,10 @@ TEST_F(MoreAgentFiles, SettingsFilesComeBackByteForByte) {
     EXPECT_EQ(slurp(file), connected);
     MoreAgents::uninstall(c.agent);
     EXPECT_EQ(slurp(file), c.text);
+    for (const auto& [path, text] : c.beside) EXPECT_EQ(slurp(at(path)), text) << path;
     EXPECT_FALSE(MoreAgents::isInstalled(c.agent));
     fs::remove_all(at("/.augment/hooks"));
+    fs::remove_all(at("/.local/share"));
   }
 }
 
@@ -460,7 +484,6 @@ TEST_F(MoreAgentFiles, OwnFilesComeAndGoAndTheUsersStay) {
       {"aider", "/.aider.conf.yml", "notifications-command: say hi\n",
        "notifications-command of yours"},
       {"aider", "/.aider.conf.yml", "notifications: false\n", "turns notifications off"},
-      {"qwen", "/.qwen/settings.json", "{\"hooks\": [1]}", "\"hooks\" is not an object"},
   };
   for (const Refusal& r : refusals) {
     SCOPED_TRACE(r.agent);
@@ -474,6 +497,50 @@ TEST_F(MoreAgentFiles, OwnFilesComeAndGoAndTheUsersStay) {
     EXPECT_EQ(slurp(at(r.file)), r.text);
     EXPECT_FALSE(MoreAgents::isInstalled(r.agent));
   }
+}
+
+// Which form of hooks goes where: Vibe's by the version it reports (and the form already there
+// when it cannot be asked), Kiro's agent files only while Kiro 3's hooks directory is unused.
+TEST_F(MoreAgentFiles, TheFormTheInstalledVersionTakes) {
+  const std::string hooks = at("/.vibe/hooks.toml"), config = at("/.vibe/config.toml");
+  put(at("/no-bin/vibe"), "#!/bin/sh\necho 'vibe 2.9.0'\n");
+  fs::permissions(at("/no-bin/vibe"), fs::perms::owner_all);
+  MoreAgents::install("vibe");
+  EXPECT_THAT(slurp(hooks), ::testing::HasSubstr("type = \"after_tool\""));
+  EXPECT_EQ(slurp(config),
+            "enable_experimental_hooks = true  # Vantler: vantler disconnect vibe removes this "
+            "line\n");
+  EXPECT_THAT(MoreAgents::todo("vibe"), ::testing::HasSubstr("before 2.21"));
+  // Where the version cannot be learnt (the app), a reconnect keeps the form there.
+  fs::remove(at("/no-bin/vibe"));
+  MoreAgents::install("vibe");
+  EXPECT_THAT(slurp(hooks), ::testing::HasSubstr("type = \"before_tool\""));
+  MoreAgents::uninstall("vibe");
+  EXPECT_FALSE(fs::exists(config));
+  // Unknown on a fresh connect: the newer form, and `vantler agents` says what to check.
+  MoreAgents::install("vibe");
+  EXPECT_THAT(slurp(hooks), ::testing::HasSubstr("type = \"post_tool\""));
+  EXPECT_FALSE(fs::exists(config));
+  EXPECT_THAT(MoreAgents::todo("vibe"), ::testing::HasSubstr("check that vibe --version"));
+  // Hooks switched off by the user are not switched on behind their back.
+  put(config, "enable_experimental_hooks = false\n");
+  put(at("/no-bin/vibe"), "#!/bin/sh\necho 'vibe 2.20.0'\n");
+  fs::permissions(at("/no-bin/vibe"), fs::perms::owner_all);
+  EXPECT_THROW(MoreAgents::install("vibe"), InstallError);
+  EXPECT_EQ(slurp(config), "enable_experimental_hooks = false\n");
+
+  const std::string agent = at("/.kiro/agents/dev.json");
+  put(agent, "{}");
+  MoreAgents::install("kiro");
+  EXPECT_THAT(slurp(agent), ::testing::HasSubstr("agentSpawn"));
+  EXPECT_THAT(MoreAgents::todo("kiro"), ::testing::HasSubstr("1 agent file,"));
+  EXPECT_FALSE(fs::exists(at("/.kiro/hooks")));
+  // Kiro 3 in use: its hook file instead, and the agent files lose ours.
+  put(at("/.kiro/hooks/lint.json"), "{}");
+  MoreAgents::install("kiro");
+  EXPECT_EQ(slurp(agent), "{}");
+  EXPECT_TRUE(fs::exists(at("/.kiro/hooks/vantler.json")));
+  EXPECT_EQ(MoreAgents::todo("kiro"), "");
 }
 
 }  // namespace

@@ -250,8 +250,12 @@ TEST_F(RemoteTest, AHostThatWantsAPasswordGetsOneLine) {
 TEST(RemoteContainerTest, AddInstallsThroughExecAndPrintsTheMount) {
   TempHome local;
   const std::string box = local.path() + "/box", bin = local.path() + "/bin";
-  Files::makeDirs(box + "/.claude");
+  // Claude Code, Qwen Code and Kimi Code live in the container.
+  const std::string kimi = "# mine\nmodel = \"k2\"\n\n[ui]\ntheme = 'dark'\n";
+  for (const char* dir : {"/.claude", "/.qwen", "/.kimi-code"}) Files::makeDirs(box + dir);
   write(box + "/.claude/settings.json", kSettings);
+  write(box + "/.qwen/settings.json", kSettings);
+  write(box + "/.kimi-code/config.toml", kimi);
   write(bin + "/podman",
         "#!/bin/sh\ncase \"$1\" in\n  container) [ \"$3\" = web ];;\n"
         "  exec) shift 3; HOME=" +
@@ -263,14 +267,17 @@ TEST(RemoteContainerTest, AddInstallsThroughExecAndPrintsTheMount) {
                                             {"PATH", bin + ":" + (path ? path : "/usr/bin:/bin")}};
   Process add({kBin + "/vantler", "remote", "add", "--container", "web"}, env);
   ASSERT_EQ(add.wait(60), 0) << add.err();
-  EXPECT_THAT(add.out(), ::testing::HasSubstr("connected: claude"));
+  EXPECT_THAT(add.out(), ::testing::HasSubstr("connected: claude, qwen, kimi."));
   EXPECT_THAT(add.out(), ::testing::HasSubstr("-v " + local.path() + "/.vantler/run:" + box +
                                               "/.vantler/run"));
   EXPECT_TRUE(Files::exists(box + "/.vantler/bin/vantler-hook"));
-  EXPECT_THAT(Files::read(box + "/.claude/settings.json").value_or(""),
-              ::testing::HasSubstr("vantler-hook"));
+  for (const char* file :
+       {"/.claude/settings.json", "/.qwen/settings.json", "/.kimi-code/config.toml"})
+    EXPECT_THAT(Files::read(box + file).value_or(""), ::testing::HasSubstr("vantler-hook")) << file;
 
   Process remove({kBin + "/vantler", "remote", "remove", "web"}, env);
   ASSERT_EQ(remove.wait(60), 0) << remove.err();
   EXPECT_EQ(Files::read(box + "/.claude/settings.json"), kSettings);
+  EXPECT_EQ(Files::read(box + "/.qwen/settings.json"), kSettings);
+  EXPECT_EQ(Files::read(box + "/.kimi-code/config.toml"), kimi);
 }

@@ -23,15 +23,10 @@ constexpr const char* kUsage =
     "       vantler remote list | status\n"
     "       vantler remote remove <host>\n";
 
-// Agents by id, with the directory or command that shows each is there.
+// The system, home and configuration directories, and user id there. Which agents are there is
+// asked afterwards, all at once, by the installers' own checks.
 constexpr const char* kProbe = R"sh(uname -sm
-printf '%s\n' "$HOME" "${XDG_CONFIG_HOME:-$HOME/.config}" "$(id -u)"
-for a in "claude .claude claude" "cursor .cursor cursor" "gemini .gemini gemini" \
-  "droid .factory droid" "copilot .copilot copilot" "windsurf .codeium/windsurf windsurf" \
-  "opencode .config/opencode opencode" "codex .codex codex"; do
-  set -- $a
-  if [ -e "$HOME/$2" ] || command -v "$3" >/dev/null 2>&1; then echo "found $1"; fi
-done)sh";
+printf '%s\n' "$HOME" "${XDG_CONFIG_HOME:-$HOME/.config}" "$(id -u)")sh";
 
 std::string here() {
   utsname u{};
@@ -95,9 +90,6 @@ int add(const std::string& name, bool container) {
       return fail(name + " runs " + out[0] + ", and this Vantler's hook program is built for " +
                   here() + ": install Vantler built for " + out[0] + " and add the host from it.");
     host.home = out[1];
-    std::vector<std::string> found;
-    for (size_t i = 4; i < out.size(); ++i)
-      if (out[i].rfind("found ", 0) == 0) found.push_back(out[i].substr(6));
     if (container && out[3] != std::to_string(::getuid()))
       std::printf(
           "Warning: %s runs as user %s, you are user %u. Vantler accepts only your own user on "
@@ -109,7 +101,8 @@ int add(const std::string& name, bool container) {
     RemoteFiles files(name, exec, out[1], out[2]);
     ConfigFile::UseFiles there(files);
     files.installProgram(HookInstaller::binPath());
-    for (const std::string& agent : found) {
+    files.askAtOnce([] { Integrations::found(); });
+    for (const std::string& agent : Integrations::found()) {
       try {
         Integrations::connect(agent);
         host.agents.push_back(agent);

@@ -54,6 +54,17 @@ std::vector<AgentRow> table() {
   return rows;
 }
 
+std::vector<std::string> found() {
+  std::vector<std::string> ids;
+  if (claudeAvailable()) ids.push_back("claude");
+  if (CursorHooks::available()) ids.push_back("cursor");
+  for (Integration i : kAll)
+    if (available(i)) ids.push_back(std::string(id(i)));
+  for (std::string_view id : MoreAgents::ids())
+    if (MoreAgents::available(id)) ids.push_back(std::string(id));
+  return ids;
+}
+
 // Claude Code's hooks can wait for it to be installed; the other agents are only connected
 // when they are on this machine, so connecting never invents their configuration directory.
 void connect(std::string_view agent) {
@@ -85,6 +96,8 @@ void disconnect(std::string_view agent) {
 }
 
 void registerPrefs() {
+  // The app's loop runs the installers from now on: they never wait for an agent's program.
+  ConfigFile::waitForPrograms(false);
   Prefs::addReporter([](Json& settings) {
     settings["hooksInstalled"] = HookInstaller::isInstalled();
     settings["cursorInstalled"] = CursorHooks::isInstalled();

@@ -118,10 +118,11 @@ void edit(const std::string& path, const std::function<bool(Json& root)>& change
   write(path, bytes);
 }
 
-void write(const std::string& path, std::string_view bytes, bool backup) {
+void write(const std::string& path, std::string_view bytes, bool backup,
+           std::optional<unsigned> mode) {
   auto before = read(path);
   if (before && *before == bytes) return;
-  files().replace(path, bytes, backup && before);
+  files().replace(path, bytes, backup && before, mode);
 }
 
 namespace {

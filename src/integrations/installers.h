@@ -63,8 +63,10 @@ void edit(const std::string& path, const std::function<bool(Json& root)>& change
 // Replaces the file with `bytes`: unchanged contents are not rewritten; otherwise the previous
 // contents go to path + kBackupSuffix and the new ones are written atomically. A symbolic link
 // is followed, so the link stays and its target is replaced. `backup` false skips the copy
-// (for files that are entirely Vantler's). Throws InstallError.
-void write(const std::string& path, std::string_view bytes, bool backup = true);
+// (for files that are entirely Vantler's); `mode` sets the file's permissions. Throws
+// InstallError.
+void write(const std::string& path, std::string_view bytes, bool backup = true,
+           std::optional<unsigned> mode = std::nullopt);
 
 // Whether a hook command runs `program` first: P, "exec P" or Vantler's guarded form
 // '[ -x "P" ] && [exec ]"P" <args>', alone or as the script of /bin/sh -c '...', where P
@@ -184,8 +186,11 @@ void uninstall(Integration integration);
 // The text of the OpenCode plugin file.
 const std::string& openCodePlugin();
 
-// Whether an executable of that name is in one of PATH's directories.
+// Whether an executable of that name is in one of PATH's directories, on the machine whose
+// files the installers work on.
 bool onPath(std::string_view command);
+// The ids of the agents found on that machine, in the order of table().
+std::vector<std::string> found();
 
 // Every agent Vantler can connect, for `vantler agents`.
 struct AgentRow {

@@ -174,20 +174,7 @@ std::string_view note(Integration integration) {
 }
 
 bool onPath(std::string_view name) {
-  const char* env = std::getenv("PATH");
-  std::string_view dirs = env ? env : "";
-  while (!dirs.empty()) {
-    size_t colon = dirs.find(':');
-    std::string_view dir = dirs.substr(0, colon);
-    dirs = colon == std::string_view::npos ? std::string_view{} : dirs.substr(colon + 1);
-    if (dir.empty()) continue;
-    std::string candidate = std::string(dir) + "/" + std::string(name);
-    struct stat st;
-    if (::stat(candidate.c_str(), &st) == 0 && S_ISREG(st.st_mode) &&
-        ::access(candidate.c_str(), X_OK) == 0)
-      return true;
-  }
-  return false;
+  return ConfigFile::files().onPath(std::string(name));
 }
 
 bool available(Integration integration) {

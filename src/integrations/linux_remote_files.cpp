@@ -3,6 +3,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstdio>
+
 #include "core/files.h"
 #include "integrations/installers.h"
 #include "integrations/remote_files.h"
@@ -104,7 +107,8 @@ mkdir -p -- "$d"
 tmp=$(mktemp "$d/.vantler.XXXXXX")
 trap 'rm -f -- "$tmp"' EXIT
 cat > "$tmp"
-if [ -f "$t" ]; then chmod --reference="$t" -- "$tmp"; else chmod 644 -- "$tmp"; fi
+if [ -n "$3" ]; then chmod "$3" -- "$tmp"
+elif [ -f "$t" ]; then chmod --reference="$t" -- "$tmp"; else chmod 644 -- "$tmp"; fi
 if [ "$2" = backup ] && [ -f "$t" ]; then
   b=$(mktemp "$f.vantler-backup.XXXXXX")
   cp -- "$t" "$b" && chmod --reference="$t" -- "$b" && mv -f -- "$b" "$f.vantler-backup"
@@ -224,9 +228,59 @@ void RemoteFiles::fail(const std::string& what, const Remote::Ran& ran) {
   throw InstallError(what + " on " + where_ + (why.empty() ? "" : ": " + why));
 }
 
+void RemoteFiles::askAtOnce(const std::function<void()>& questions) {
+  exists_.clear();
+  onPath_.clear();
+  asking_ = true;
+  try {
+    questions();
+  } catch (...) {
+    asking_ = false;
+    throw;
+  }
+  asking_ = false;
+  // Arguments "e PATH" or "c PROGRAM"; one line "1" or "0" per pair, in order.
+  std::vector<std::string> args;
+  for (const auto& [path, _] : exists_) args.insert(args.end(), {"e", path});
+  for (const auto& [program, _] : onPath_) args.insert(args.end(), {"c", program});
+  Remote::Ran ran = script(
+      "while [ $# -gt 1 ]; do if [ \"$1\" = e ]; then [ -e \"$2\" ]; else command -v "
+      "\"$2\" >/dev/null 2>&1; fi && echo 1 || echo 0; shift 2; done",
+      args);
+  if (ran.status != 0) fail("cannot look for the agents", ran);
+  size_t at = 0;
+  auto next = [&] {
+    bool yes = at < ran.out.size() && ran.out[at] == '1';
+    size_t nl = ran.out.find('\n', at);
+    at = nl == std::string::npos ? ran.out.size() : nl + 1;
+    return yes;
+  };
+  for (auto& [path, answer] : exists_) answer = next();
+  for (auto& [program, answer] : onPath_) answer = next();
+}
+
 bool RemoteFiles::exists(const std::string& path) {
+  if (asking_) return exists_[path] = false;
   if (auto it = known_.find(path); it != known_.end()) return it->second.has_value();
-  return script("[ -e \"$1\" ]", {path}).status == 0;
+  if (auto it = exists_.find(path); it != exists_.end()) return it->second;
+  return exists_[path] = script("[ -e \"$1\" ]", {path}).status == 0;
+}
+
+bool RemoteFiles::onPath(const std::string& program) {
+  if (asking_) return onPath_[program] = false;
+  if (auto it = onPath_.find(program); it != onPath_.end()) return it->second;
+  return onPath_[program] = script("command -v \"$1\" >/dev/null 2>&1", {program}).status == 0;
+}
+
+std::optional<std::string> RemoteFiles::version(const std::string& program) {
+  if (!onPath(program)) return std::nullopt;
+  Remote::Ran ran = script("timeout " + std::to_string(static_cast<int>(kVersionDeadline)) +
+                               " \"$1\" --version 2>&1 | sed -n '/[^[:space:]]/{p;q;}'",
+                           {program});
+  std::string line = ran.out;
+  while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.pop_back();
+  if (ran.status != 0 || line.empty()) return std::nullopt;
+  return line;
 }
 
 std::optional<std::string> RemoteFiles::read(const std::string& path) {
@@ -248,9 +302,13 @@ std::optional<std::string> RemoteFiles::read(const std::string& path) {
   }
 }
 
-void RemoteFiles::replace(const std::string& path, std::string_view bytes, bool backup) {
-  Remote::Ran ran = script(kReplaceScript, {path, backup ? "backup" : "none"}, bytes);
+void RemoteFiles::replace(const std::string& path, std::string_view bytes, bool backup,
+                          std::optional<unsigned> mode) {
+  char octal[8] = "";
+  if (mode) std::snprintf(octal, sizeof octal, "%o", *mode);
+  Remote::Ran ran = script(kReplaceScript, {path, backup ? "backup" : "none", octal}, bytes);
   known_.erase(path);
+  exists_.erase(path);
   if (ran.status != 0) fail("could not save " + ConfigFile::shown(path), ran);
   known_[path] = std::string(bytes);
 }
@@ -258,7 +316,27 @@ void RemoteFiles::replace(const std::string& path, std::string_view bytes, bool 
 void RemoteFiles::remove(const std::string& path) {
   Remote::Ran ran = script("rm -f -- \"$1\"", {path});
   known_.erase(path);
+  exists_.erase(path);
   if (ran.status != 0) fail("could not remove " + ConfigFile::shown(path), ran);
+}
+
+void RemoteFiles::removeEmptyDir(const std::string& path) {
+  script("rmdir -- \"$1\" 2>/dev/null; exit 0", {path});
+  exists_.erase(path);
+}
+
+std::vector<std::string> RemoteFiles::list(const std::string& dir) {
+  Remote::Ran ran = script("[ -d \"$1\" ] || exit 0; cd -- \"$1\" && ls -A", {dir});
+  if (ran.status != 0) fail("cannot list " + ConfigFile::shown(dir), ran);
+  std::vector<std::string> names;
+  for (size_t at = 0; at < ran.out.size();) {
+    size_t nl = ran.out.find('\n', at);
+    if (nl == std::string::npos) nl = ran.out.size();
+    if (nl > at) names.push_back(ran.out.substr(at, nl - at));
+    at = nl + 1;
+  }
+  std::sort(names.begin(), names.end());
+  return names;
 }
 
 bool RemoteFiles::isExecutable(const std::string& path) {

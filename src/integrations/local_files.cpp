@@ -4,13 +4,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 
 #include "core/files.h"
 #include "integrations/file_access.h"
 #include "integrations/installers.h"
+#include "integrations/remote_files.h"
 
 namespace {
 
@@ -43,6 +46,16 @@ std::string target(const std::string& path) {
   if (!std::filesystem::is_symlink(path, ec)) return path;
   auto real = std::filesystem::weakly_canonical(path, ec);
   return ec ? path : real.string();
+}
+
+bool waitAllowed = true;
+
+// The first non-blank line of a program's output.
+std::optional<std::string> firstLine(const std::string& text) {
+  size_t start = text.find_first_not_of(" \t\r\n");
+  if (start == std::string::npos) return std::nullopt;
+  size_t end = text.find_first_of("\r\n", start);
+  return text.substr(start, end == std::string::npos ? end : end - start);
 }
 
 class LocalFiles final : public FileAccess {
@@ -89,7 +102,8 @@ class LocalFiles final : public FileAccess {
     return bytes;
   }
 
-  void replace(const std::string& path, std::string_view bytes, bool backup) override {
+  void replace(const std::string& path, std::string_view bytes, bool backup,
+               std::optional<unsigned> mode) override {
     std::string real = target(path);
     if (backup) {
       // The backup keeps the original's permissions: settings files can hold secrets. A failed
@@ -100,7 +114,7 @@ class LocalFiles final : public FileAccess {
       if (auto before = read(path))
         (void)Files::writeAtomic(path + std::string(ConfigFile::kBackupSuffix), *before, mode);
     }
-    if (auto error = Files::writeAtomic(real, bytes))
+    if (auto error = Files::writeAtomic(real, bytes, mode))
       throw InstallError("could not save " + ConfigFile::shown(path) + " (" + *error + ")");
   }
 
@@ -110,8 +124,44 @@ class LocalFiles final : public FileAccess {
                          std::strerror(errno));
   }
 
+  void removeEmptyDir(const std::string& path) override { ::rmdir(path.c_str()); }
+
+  std::vector<std::string> list(const std::string& dir) override {
+    std::vector<std::string> names;
+    std::error_code ec;
+    for (std::filesystem::directory_iterator it(dir, ec), end; !ec && it != end; it.increment(ec))
+      names.push_back(it->path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+
   bool isExecutable(const std::string& path) override {
     return isRegularFile(path) && ::access(path.c_str(), X_OK) == 0;
+  }
+
+  bool onPath(const std::string& program) override {
+    const char* env = std::getenv("PATH");
+    std::string_view dirs = env ? env : "";
+    while (!dirs.empty()) {
+      size_t colon = dirs.find(':');
+      std::string_view dir = dirs.substr(0, colon);
+      dirs = colon == std::string_view::npos ? std::string_view{} : dirs.substr(colon + 1);
+      if (!dir.empty() && isExecutable(std::string(dir) + "/" + program)) return true;
+    }
+    return false;
+  }
+
+  std::optional<std::string> variable(const std::string& name) override {
+    const char* value = std::getenv(name.c_str());
+    return value && *value ? std::optional<std::string>(value) : std::nullopt;
+  }
+
+  std::optional<std::string> version(const std::string& program) override {
+    if (!waitAllowed || !onPath(program)) return std::nullopt;
+    Remote::Ran ran = Remote::run({program, "--version"}, {}, kVersionDeadline);
+    if (!ran.finished || ran.status != 0) return std::nullopt;
+    auto line = firstLine(ran.out);
+    return line ? line : firstLine(ran.err);
   }
 
   void installProgram(const std::string& dest) override {
@@ -146,6 +196,10 @@ namespace ConfigFile {
 
 FileAccess& files() {
   return *current();
+}
+
+void waitForPrograms(bool allowed) {
+  waitAllowed = allowed;
 }
 
 UseFiles::UseFiles(FileAccess& other) : previous_(current()) {

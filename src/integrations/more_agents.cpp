@@ -1,15 +1,11 @@
 #include "integrations/more_agents.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
+#include <cctype>
+#include <cstdio>
 #include <functional>
 
-#include "core/files.h"
+#include "integrations/file_access.h"
 #include "integrations/installers.h"
 #include "integrations/toml_tables.h"
 
@@ -163,8 +159,9 @@ const std::vector<Row>& rows() {
        {"/.vibe"},
        "vibe",
        {},
-       "Mistral Vibe before 2.21 names these hooks differently and needs "
-       "enable_experimental_hooks = true in ~/.vibe/config.toml."},
+       "Mistral Vibe before 2.21 names its hooks differently and runs them only with "
+       "enable_experimental_hooks = true in ~/.vibe/config.toml: Vantler writes the form the "
+       "installed version takes (vibe --version, else the package's own record)."},
       {"crush",
        "Crush",
        Shape::flat,
@@ -192,13 +189,16 @@ const Row& row(std::string_view id) {
   throw InstallError("unknown agent \"" + std::string(id) + "\"");
 }
 
+FileAccess& files() {
+  return ConfigFile::files();
+}
+
 std::string home(std::string_view rest) {
-  return Files::home() + std::string(rest);
+  return files().home() + std::string(rest);
 }
 
 std::string envOr(const char* name, std::string fallback) {
-  const char* value = std::getenv(name);
-  return value && *value ? std::string(value) : fallback;
+  return files().variable(name).value_or(std::move(fallback));
 }
 
 std::string hookCommand(std::string_view args) {
@@ -214,11 +214,11 @@ std::string kimiCodeDir() {
 
 // Kimi Code's settings, and the older Kimi CLI's when that is on the machine too.
 std::vector<std::string> kimiFiles() {
-  std::vector<std::string> files;
-  const bool cli = Files::exists(home("/.kimi"));
-  if (Files::exists(kimiCodeDir()) || !cli) files.push_back(kimiCodeDir() + "/config.toml");
-  if (cli) files.push_back(home("/.kimi/config.toml"));
-  return files;
+  std::vector<std::string> out;
+  const bool cli = files().exists(home("/.kimi"));
+  if (files().exists(kimiCodeDir()) || !cli) out.push_back(kimiCodeDir() + "/config.toml");
+  if (cli) out.push_back(home("/.kimi/config.toml"));
+  return out;
 }
 
 std::string gooseDir() {
@@ -228,7 +228,7 @@ std::string gooseDir() {
 // Cline reads hooks from its documents folder; its newer runtime also from ~/.cline/hooks.
 std::vector<std::string> clineDirs() {
   std::vector<std::string> dirs = {home("/Documents/Cline/Hooks")};
-  if (Files::exists(home("/.cline"))) dirs.push_back(home("/.cline/hooks"));
+  if (files().exists(home("/.cline"))) dirs.push_back(home("/.cline/hooks"));
   return dirs;
 }
 
@@ -245,11 +245,11 @@ std::string filePath(const Row& r) {
   if (id == "cline") return clineDirs().front();
   if (id == "kiro") return home("/.kiro/hooks/vantler.json");
   if (id == "vibe") return home("/.vibe/hooks.toml");
-  if (id == "crush") return Files::configHome() + "/crush/crush.json";
+  if (id == "crush") return files().configHome() + "/crush/crush.json";
   if (id == "aider") return home("/.aider.conf.yml");
   if (id == "junie") return home("/.junie/config.json");
-  if (id == "amp") return Files::configHome() + "/amp/plugins/vantler.ts";
-  if (id == "kilo") return Files::configHome() + "/kilo/plugin/vantler.js";
+  if (id == "amp") return files().configHome() + "/amp/plugins/vantler.ts";
+  if (id == "kilo") return files().configHome() + "/kilo/plugin/vantler.js";
   return home("/." + id + "/settings.json");  // qwen, codebuddy, augment
 }
 
@@ -286,12 +286,12 @@ void editToml(const std::string& file, const std::function<std::string(const std
   if (after != before || !text) ConfigFile::write(file, after);
 }
 
-void installToml(const Row& r, const std::string& file) {
+void installToml(const Row& r, const std::string& file, const std::vector<GroupEvent>& events) {
   editToml(
       file,
       [&](const std::string& text) {
         std::vector<TomlTables::Table> add;
-        for (const GroupEvent& e : r.events)
+        for (const GroupEvent& e : events)
           if (r.id != "kimi" || file == kimiFiles().front() ||
               !std::string_view(e.name).starts_with("Permission"))
             add.push_back(tomlTable(r, e));
@@ -306,15 +306,121 @@ void uninstallToml(const std::string& file) {
       false);
 }
 
-bool tomlInstalled(const std::string& file) {
+// Our tables in the file; none when it is missing or unreadable.
+std::vector<TomlTables::Table> ourTables(const std::string& file) {
+  std::vector<TomlTables::Table> ours;
   try {
-    auto text = ConfigFile::read(file);
-    if (!text) return false;
-    auto tables = TomlTables::tables(*text, "hooks");
-    return std::any_of(tables.begin(), tables.end(), isOurTable);
+    if (auto text = ConfigFile::read(file))
+      for (TomlTables::Table& table : TomlTables::tables(*text, "hooks"))
+        if (isOurTable(table)) ours.push_back(std::move(table));
   } catch (const InstallError&) {
-    return false;
   }
+  return ours;
+}
+
+bool tomlInstalled(const std::string& file) {
+  return !ourTables(file).empty();
+}
+
+// --- Mistral Vibe: its hook types were renamed in 2.21; before that, hooks run only with
+// enable_experimental_hooks = true in its config.toml ---
+
+const std::vector<GroupEvent> kVibeBefore221 = {
+    {"before_tool", true, kSoon}, {"after_tool", true, kSoon}, {"post_agent_turn", false, kSoon}};
+
+constexpr std::string_view kVibeSwitch = "enable_experimental_hooks";
+constexpr std::string_view kVibeSwitchLine =
+    "enable_experimental_hooks = true  # Vantler: vantler disconnect vibe removes this line\n";
+
+std::string vibeConfig() {
+  return home("/.vibe/config.toml");
+}
+
+// Whether the first "major.minor" in the text is before 2.21: "vibe 2.20.3", "v2.21.0",
+// "1.9.0.dist-info". Nothing when the text holds none.
+std::optional<bool> before221(std::string_view text) {
+  auto digit = [&](size_t at) { return std::isdigit(static_cast<unsigned char>(text[at])) != 0; };
+  for (size_t at = 0; at < text.size(); ++at) {
+    if (!digit(at) || (at > 0 && (digit(at - 1) || text[at - 1] == '.'))) continue;
+    int major = 0, minor = 0;
+    if (std::sscanf(std::string(text.substr(at, 24)).c_str(), "%d.%d", &major, &minor) == 2)
+      return major < 2 || (major == 2 && minor < 21);
+  }
+  return std::nullopt;
+}
+
+// The installed Vibe's version, by asking it (where waiting is allowed), else from the record
+// uv or pipx keep of the package (its dist-info directory is named with the version).
+std::optional<bool> vibeBefore221() {
+  if (auto said = files().version("vibe"))
+    if (auto old = before221(*said)) return old;
+  const std::string data = envOr("XDG_DATA_HOME", home("/.local/share"));
+  for (const std::string& lib :
+       {data + "/uv/tools/mistral-vibe/lib", data + "/pipx/venvs/mistral-vibe/lib"})
+    for (const std::string& python : files().list(lib))
+      for (const std::string& name : files().list(lib + "/" + python + "/site-packages"))
+        if (name.starts_with("mistral_vibe-") && name.ends_with(".dist-info"))
+          if (auto old = before221(name.substr(13))) return old;
+  return std::nullopt;
+}
+
+// Our tables in hooks.toml are of the form before 2.21.
+bool vibeTablesBefore221() {
+  for (const TomlTables::Table& table : ourTables(home("/.vibe/hooks.toml")))
+    for (const auto& [key, value] : table)
+      if (key == "type" && value == kVibeBefore221.front().name) return true;
+  return false;
+}
+
+// The value of the switch where it is set at the top of config.toml (before any table).
+std::optional<std::string> vibeSwitch(std::string_view text) {
+  for (size_t at = 0; at < text.size();) {
+    size_t nl = text.find('\n', at);
+    std::string_view line = text.substr(at, nl == std::string_view::npos ? nl : nl - at);
+    at = nl == std::string_view::npos ? text.size() : nl + 1;
+    line.remove_prefix(std::min(line.find_first_not_of(" \t"), line.size()));
+    if (line.starts_with("[")) break;
+    if (!line.starts_with(kVibeSwitch)) continue;
+    line.remove_prefix(kVibeSwitch.size());
+    line.remove_prefix(std::min(line.find_first_not_of(" \t"), line.size()));
+    if (!line.starts_with("=")) continue;
+    line.remove_prefix(1);
+    line.remove_prefix(std::min(line.find_first_not_of(" \t"), line.size()));
+    return std::string(line.substr(0, line.find_first_of(" \t\r#")));
+  }
+  return std::nullopt;
+}
+
+// Turns hooks on in config.toml with one line of ours at its top, unless they are on already.
+void vibeSwitchOn() {
+  const std::string file = vibeConfig();
+  std::string text = ConfigFile::read(file).value_or("");
+  auto value = vibeSwitch(text);
+  if (value == "true") return;
+  if (value)
+    throw InstallError(ConfigFile::shown(file) + " turns hooks off (" + std::string(kVibeSwitch) +
+                       " = " + *value + "); left Mistral Vibe unconnected");
+  ConfigFile::write(file, std::string(kVibeSwitchLine) + text);
+}
+
+void vibeSwitchOff() {
+  const std::string file = vibeConfig();
+  auto text = ConfigFile::read(file);
+  size_t at = text ? text->find(kVibeSwitchLine) : std::string::npos;
+  if (at == std::string::npos) return;
+  text->erase(at, kVibeSwitchLine.size());
+  if (text->empty())
+    files().remove(file);  // it was there only for our line
+  else
+    ConfigFile::write(file, *text);
+}
+
+// The form the installed version takes; unknown, the form already connected, else the newer.
+void installVibe(const Row& r) {
+  bool old = vibeBefore221().value_or(vibeTablesBefore221());
+  if (old) vibeSwitchOn();
+  installToml(r, filePath(r), old ? kVibeBefore221 : r.events);
+  if (!old) vibeSwitchOff();
 }
 
 // --- Aider's YAML settings: two lines under a comment, at the top of the document ---
@@ -380,8 +486,7 @@ void installAider(const std::string& file) {
 // --- files that are entirely Vantler's ---
 
 void removeFile(const std::string& file) {
-  if (::unlink(file.c_str()) != 0 && errno != ENOENT)
-    throw InstallError("could not remove " + ConfigFile::shown(file) + ": " + std::strerror(errno));
+  files().remove(file);
 }
 
 bool ownFile(const std::string& file, std::string_view mark) {
@@ -394,10 +499,7 @@ bool ownFile(const std::string& file, std::string_view mark) {
 }
 
 void writeExecutable(const std::string& file, const std::string& text) {
-  if (!Files::makeDirs(Files::parent(file)))
-    throw InstallError("could not create " + ConfigFile::shown(Files::parent(file)));
-  if (auto error = Files::writeAtomic(file, text, 0755))
-    throw InstallError("could not write " + ConfigFile::shown(file) + " (" + *error + ")");
+  ConfigFile::write(file, text, false, 0755);
 }
 
 std::string script(std::string_view agent, std::string_view event, std::string_view fallback) {
@@ -457,6 +559,73 @@ std::string kiroHooks(const Row& r) {
     list.push_back(std::move(hook));
   }
   return ConfigFile::serialise({{"version", "v1"}, {"hooks", list}});
+}
+
+// --- Kiro: Kiro 3 reads hook files of its own; older Kiro CLIs read the hooks inside each
+// agent file, with camelCase events and timeouts in milliseconds ---
+
+const std::vector<GroupEvent> kKiroAgentEvents = {{"agentSpawn", false, kSoon* kMs},
+                                                  {"userPromptSubmit", false, kSoon* kMs},
+                                                  {"preToolUse", true, kSoon* kMs},
+                                                  {"postToolUse", true, kSoon* kMs},
+                                                  {"stop", false, kSoon* kMs}};
+
+std::string kiroHooksDir() {
+  return home("/.kiro/hooks");
+}
+
+std::vector<std::string> kiroAgentFiles() {
+  std::vector<std::string> out;
+  const std::string dir = home("/.kiro/agents");
+  for (const std::string& name : files().list(dir))
+    if (name.ends_with(".json")) out.push_back(dir + "/" + name);
+  return out;
+}
+
+// The older form is used while agent files are there and Kiro 3's hooks directory holds
+// nothing.
+bool kiroAgentForm() {
+  return files().list(kiroHooksDir()).empty() && !kiroAgentFiles().empty();
+}
+
+size_t kiroAgentsConnected() {
+  auto agents = kiroAgentFiles();
+  return std::count_if(agents.begin(), agents.end(), [](const std::string& file) {
+    auto root = ConfigFile::peek(file);
+    return root && ConfigFile::hasFlatEntry(JsonField::object(*root, "hooks"));
+  });
+}
+
+void addKiroEntries(Json& root, const std::string& file) {
+  Json& hooks = ConfigFile::hooksOf(root, file);
+  ConfigFile::stripFlat(hooks);
+  for (const GroupEvent& e : kKiroAgentEvents) {
+    Json entry = {{"command", hookCommand("kiro")}, {"timeout_ms", *e.timeout}};
+    if (e.matcher) entry["matcher"] = "*";
+    ConfigFile::eventList(hooks, e.name, file).push_back(std::move(entry));
+  }
+}
+
+void installKiroAgents() {
+  // Every agent file is checked before any is changed.
+  const auto agents = kiroAgentFiles();
+  for (const std::string& file : agents) {
+    Json root = ConfigFile::load(file);
+    addKiroEntries(root, file);
+  }
+  for (const std::string& file : agents)
+    ConfigFile::edit(file, [&](Json& root) { return addKiroEntries(root, file), true; });
+}
+
+void uninstallKiroAgents() {
+  for (const std::string& file : kiroAgentFiles())
+    ConfigFile::edit(
+        file,
+        [](Json& root) {
+          auto hooks = root.find("hooks");
+          return hooks != root.end() && ConfigFile::stripFlat(*hooks);
+        },
+        false);
 }
 
 // --- JSON settings ---
@@ -536,11 +705,23 @@ std::string_view label(std::string_view id) {
 }
 
 std::string path(std::string_view id) {
+  if (id == "kiro" && kiroAgentForm()) return home("/.kiro/agents/");
   return filePath(row(id));
 }
 
-std::string_view todo(std::string_view id) {
-  return row(id).todo;
+std::string todo(std::string_view id) {
+  if (id == "kiro") {
+    if (size_t agents = kiroAgentsConnected(); agents > 0)
+      return "in the hooks of " + std::to_string(agents) +
+             (agents == 1 ? " agent file" : " agent files") + ", for Kiro CLIs before Kiro 3";
+  }
+  if (id == "vibe" && isInstalled(id)) {
+    if (vibeTablesBefore221())
+      return "in the form of Vibe before 2.21, with experimental hooks turned on";
+    if (!vibeBefore221())
+      return "check that vibe --version says 2.21 or later (hooks are in its newer form)";
+  }
+  return std::string(row(id).todo);
 }
 
 std::string_view note(std::string_view id) {
@@ -550,10 +731,10 @@ std::string_view note(std::string_view id) {
 bool available(std::string_view id) {
   const Row& r = row(id);
   if (Integrations::onPath(r.command)) return true;
-  if (id == "kimi" && Files::exists(kimiCodeDir())) return true;
-  if (id == "aider" && Files::exists(home("/.aider.conf.yml"))) return true;
+  if (id == "kimi" && files().exists(kimiCodeDir())) return true;
+  if (id == "aider" && files().exists(home("/.aider.conf.yml"))) return true;
   return std::any_of(r.dirs.begin(), r.dirs.end(),
-                     [](std::string_view dir) { return Files::exists(home(dir)); });
+                     [](std::string_view dir) { return files().exists(home(dir)); });
 }
 
 bool isInstalled(std::string_view id) {
@@ -566,11 +747,13 @@ bool isInstalled(std::string_view id) {
       return jsonInstalled(r, filePath(r));
     case Shape::toml: {
       if (id == "vibe") return tomlInstalled(filePath(r));
-      auto files = kimiFiles();
-      return std::any_of(files.begin(), files.end(), tomlInstalled);
+      auto kimi = kimiFiles();
+      return std::any_of(kimi.begin(), kimi.end(), tomlInstalled);
     }
-    case Shape::goose:
     case Shape::kiro:
+      if (kiroAgentsConnected() > 0) return true;
+      [[fallthrough]];
+    case Shape::goose:
     case Shape::plugin:
       return ownFile(filePath(r), ConfigFile::kMarker);
     case Shape::cline:
@@ -602,9 +785,9 @@ void install(std::string_view id) {
       break;
     case Shape::toml:
       if (id == "vibe") {
-        installToml(r, file);
+        installVibe(r);
       } else {
-        for (const std::string& each : kimiFiles()) installToml(r, each);
+        for (const std::string& each : kimiFiles()) installToml(r, each, r.events);
       }
       break;
     case Shape::goose:
@@ -616,7 +799,14 @@ void install(std::string_view id) {
       ConfigFile::write(file, gooseHooks(r), false);
       break;
     case Shape::kiro:
-      ConfigFile::write(file, kiroHooks(r), false);
+      // One form at a time: the other one's entries go.
+      if (kiroAgentForm()) {
+        installKiroAgents();
+        removeFile(file);
+      } else {
+        ConfigFile::write(file, kiroHooks(r), false);
+        uninstallKiroAgents();
+      }
       break;
     case Shape::cline:
       installCline(r);
@@ -647,6 +837,7 @@ void uninstall(std::string_view id) {
     case Shape::toml:
       if (id == "vibe") {
         uninstallToml(file);
+        vibeSwitchOff();
       } else {
         for (const std::string& each : kimiFiles()) uninstallToml(each);
       }
@@ -654,10 +845,14 @@ void uninstall(std::string_view id) {
     case Shape::goose:
       removeFile(file);
       removeFile(gooseDir() + "/plugin.json");
-      ::rmdir((gooseDir() + "/hooks").c_str());
-      ::rmdir(gooseDir().c_str());
+      files().removeEmptyDir(gooseDir() + "/hooks");
+      files().removeEmptyDir(gooseDir());
       break;
     case Shape::kiro:
+      uninstallKiroAgents();
+      removeFile(file);
+      files().removeEmptyDir(kiroHooksDir());
+      break;
     case Shape::plugin:
       removeFile(file);
       break;

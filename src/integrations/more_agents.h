@@ -17,13 +17,14 @@ namespace MoreAgents {
 const std::vector<std::string_view>& ids();
 bool known(std::string_view id);
 std::string_view label(std::string_view id);
-// The file Vantler edits (or owns) for the agent.
+// The file Vantler edits (or owns) for the agent; for Kiro CLIs before Kiro 3, the directory of
+// the agent files it edits.
 std::string path(std::string_view id);
 bool available(std::string_view id);
 bool isInstalled(std::string_view id);
-// What the user still has to do once the agent is connected, in a few words; empty when
-// nothing.
-std::string_view todo(std::string_view id);
+// What the user still has to do once the agent is connected, or which form of hooks is
+// connected, in a few words; empty when nothing. May ask the agent's program its version.
+std::string todo(std::string_view id);
 // The same at length, printed after connecting.
 std::string_view note(std::string_view id);
 void install(std::string_view id);

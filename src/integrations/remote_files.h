@@ -65,13 +65,24 @@ class RemoteFiles final : public FileAccess {
   Remote::Ran script(const std::string& script, const std::vector<std::string>& args,
                      std::string_view input = {});
 
+  // Runs `questions` (code that asks exists() and onPath()) once to learn what it asks, each
+  // answer false, then asks all of it in one run there: the same code run again afterwards is
+  // answered without a round trip per question.
+  void askAtOnce(const std::function<void()>& questions);
+
   std::string home() override { return home_; }
   std::string configHome() override { return configHome_; }
   bool exists(const std::string& path) override;
   std::optional<std::string> read(const std::string& path) override;
-  void replace(const std::string& path, std::string_view bytes, bool backup) override;
+  void replace(const std::string& path, std::string_view bytes, bool backup,
+               std::optional<unsigned> mode) override;
   void remove(const std::string& path) override;
+  void removeEmptyDir(const std::string& path) override;
+  std::vector<std::string> list(const std::string& dir) override;
   bool isExecutable(const std::string& path) override;
+  bool onPath(const std::string& program) override;
+  std::optional<std::string> variable(const std::string&) override { return std::nullopt; }
+  std::optional<std::string> version(const std::string& program) override;
   // Copies the bundled vantler-hook and runs it there with --version before it takes the
   // place of the old copy; once per object.
   void installProgram(const std::string& path) override;
@@ -84,5 +95,8 @@ class RemoteFiles final : public FileAccess {
   std::string home_, configHome_;
   // What was read or written here, so an edit reads each file over the connection once.
   std::map<std::string, std::optional<std::string>> known_;
+  // Answers learnt by askAtOnce; while `asking_`, questions are only written down.
+  std::map<std::string, bool> exists_, onPath_;
+  bool asking_ = false;
   bool programInstalled_ = false;
 };
