@@ -1,7 +1,5 @@
 #include <gmock/gmock.h>
 
-#include <set>
-
 #include "core/files.h"
 #include "core/json_writer.h"
 #include "core/prefs.h"
@@ -395,20 +393,6 @@ TEST_F(HubTest, KeptSessionTextsMatchFreshOnesAsTimeSettingsAndPullRequestsChang
     changes[i]();
     EXPECT_EQ(hub->snapshot()["sessions"], fresh()) << "after change " << i;
   }
-}
-
-TEST_F(HubTest, DemoHasEveryMoodAndRequestKind) {
-  hub->loadDemo();
-  Json snap = hub->snapshot();
-  std::set<std::string> moods, kinds, agents;
-  for (const Json& s : snap["sessions"]) {
-    moods.insert(s["mood"]);
-    agents.insert(s["agent"]);
-    if (s.contains("pending")) kinds.insert(s["pending"]["kind"]);
-  }
-  EXPECT_EQ(moods, (std::set<std::string>{"idle", "done", "working", "waiting"}));
-  EXPECT_EQ(kinds, (std::set<std::string>{"permission", "questions", "reply", "elsewhere"}));
-  EXPECT_GE(agents.size(), 6u);
 }
 
 TEST_F(HubTest, ManyFinishedSessionsForgetTheOldestFirst) {
