@@ -179,7 +179,6 @@ TEST(HotKey, LabelsAndPacking) {
   EXPECT_EQ(HotKey::label({96, 0}), "F5");
   EXPECT_EQ(HotKey::label({29, 0x1a00}), "Ctrl+Alt+Shift+0");
   EXPECT_EQ(HotKey::label({999, HotKey::kControl}), "Ctrl+?");
-  EXPECT_EQ(HotKey::code("KeyZ"), 6u);
   HotKey::Combo c{17, 0x1800};
   EXPECT_EQ(HotKey::Combo::unpack(c.packed()), c);
 }
