@@ -246,20 +246,13 @@ TEST_F(Hostile, RacingStartsLeaveExactlyOneOwner) {
   EXPECT_TRUE(daemon->running());
 }
 
-// In-process: a bridge that did not make the socket at its path never removes it.
+// In-process: a bridge whose socket was taken over behind its back leaves the newer one in
+// place when it stops (a losing racer leaving the owner's alone is checked above).
 class BridgeSocket : public HubTest {};
 
 TEST_F(BridgeSocket, LeavesSocketsItDidNotMakeAlone) {
   Bridge first(*hub, home.path());
   ASSERT_TRUE(first.start());
-  {
-    Bridge second(*hub, home.path());
-    EXPECT_FALSE(second.start());
-    EXPECT_THAT(second.error(), HasSubstr("another Vantler is listening"));
-  }
-  EXPECT_TRUE(Files::exists(first.path()));
-
-  // Taken over behind its back: stopping leaves the newer socket in place.
   ::unlink(first.path().c_str());
   Bridge third(*hub, home.path());
   ASSERT_TRUE(third.start());
