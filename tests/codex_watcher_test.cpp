@@ -50,19 +50,6 @@ std::string command(const std::string& cmd) {
 
 class CodexWatcherTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    if (const char* tz = getenv("TZ")) savedTz = tz;
-    setenv("TZ", "UTC", 1);  // day directories follow the local calendar
-    tzset();
-  }
-  void TearDown() override {
-    if (savedTz)
-      setenv("TZ", savedTz->c_str(), 1);
-    else
-      unsetenv("TZ");
-    tzset();
-  }
-
   std::string logIn(const std::string& day, const std::string& id = kId) {
     std::string dir = home.path() + "/.codex/sessions/" + day;
     Files::makeDirs(dir);
@@ -79,7 +66,7 @@ class CodexWatcherTest : public ::testing::Test {
   }
   const Session* codex(const std::string& id = kId) { return hub.find("codex:" + id); }
 
-  std::optional<std::string> savedTz;
+  ScopedEnv tz{"TZ", "UTC"};  // day directories follow the local calendar
   TempHome home;
   FakeLoop loop{kMidnight + 30};
   Defaults defaults{home.path() + "/.config/vantler/defaults.json"};

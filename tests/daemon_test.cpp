@@ -28,70 +28,22 @@ std::vector<Json> fixture(const std::string& name) {
 
 }  // namespace
 
-class DaemonTest : public ::testing::Test {
+class DaemonTest : public DaemonHome {
  protected:
-  TempHome home;
-  std::unique_ptr<Process> daemon;
-
-  std::string debugAnswer;
-
-  std::map<std::string, std::string> extraEnv;
-
-  std::map<std::string, std::string> env() const {
-    std::map<std::string, std::string> all = {{"HOME", home.path()},
-                                              {"XDG_CONFIG_HOME", home.path() + "/.config"},
-                                              {"VANTLER_DEBUG_ANSWER", debugAnswer},
-                                              {"VANTLER_DEMO", ""}};
-    all.insert(extraEnv.begin(), extraEnv.end());
-    return all;
-  }
-  std::string socket() const { return home.path() + "/.vantler/run/vantler.sock"; }
-
   // Without a panel nobody looks at a finished turn: these runs answer replies from the
   // command line, so the hook of a finished turn is always held for one.
   void start(Json settings = Json::object()) {
     if (!settings.contains("replyHold")) settings["replyHold"] = "always";
     Files::writeAtomic(home.path() + "/.config/vantler/defaults.json", settings.dump());
-    daemon =
-        std::make_unique<Process>(std::vector<std::string>{kBin + "/vantler", "daemon"}, env());
-    for (int i = 0; i < 500 && !Files::exists(socket()); ++i)
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    ASSERT_TRUE(Files::exists(socket())) << daemon->err();
+    daemon = std::make_unique<Process>(std::vector<std::string>{bin("vantler"), "daemon"}, env());
+    ASSERT_TRUE(eventually([&] { return Files::exists(socket()); })) << daemon->err();
   }
-  void TearDown() override {
-    if (daemon && daemon->running()) {
-      daemon->signal(SIGTERM);
-      EXPECT_EQ(daemon->wait(5), 0);
-    }
-  }
-
-  std::unique_ptr<Process> hook(const std::string& agent, const Json& payload) {
-    return std::make_unique<Process>(std::vector<std::string>{kBin + "/vantler-hook", agent}, env(),
-                                     payload.dump());
-  }
+  using DaemonHome::hook;
   // Runs a hook that must not wait, and returns what it printed.
   std::string quick(const std::string& agent, const Json& payload) {
     auto p = hook(agent, payload);
     EXPECT_EQ(p->wait(5), 0);
     return p->out();
-  }
-  int cli(std::vector<std::string> args, std::string* err = nullptr) {
-    args.insert(args.begin(), kBin + "/vantler");
-    Process p(args, env());
-    auto status = p.wait(10);
-    if (err) *err = p.err();
-    return status.value_or(-1);
-  }
-  Json state() {
-    Process p({kBin + "/vantler", "state"}, env());
-    EXPECT_EQ(p.wait(10), 0);
-    return Json::parse(p.out(), nullptr, false);
-  }
-  Json session(const std::string& id) {
-    Json all = state();
-    for (const Json& s : all["sessions"])
-      if (s["id"] == id) return s;
-    return nullptr;
   }
   // Opens a reply window with a stop-like event, answers it from the command line and returns
   // what the hook printed.
@@ -102,15 +54,6 @@ class DaemonTest : public ::testing::Test {
     EXPECT_EQ(cli({"reply", id, text}), 0);
     EXPECT_EQ(hooked->wait(5), 0);
     return Json::parse(hooked->out(), nullptr, false);
-  }
-  // Polls the state until the session's request is open (or closed).
-  bool waitPending(const std::string& id, bool open = true) {
-    for (int i = 0; i < 300; ++i) {
-      Json s = session(id);
-      if (s.is_object() && s.contains("pending") == open) return true;
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return false;
   }
 };
 
@@ -187,12 +130,12 @@ TEST_F(DaemonTest, ParallelRequestsAnsweredInTurnWithAlwaysAllow) {
     EXPECT_EQ(quick("claude", pre), "");
   }
   auto waiting = [&](int behind) {
-    for (int i = 0; i < 300; ++i) {
-      Json s = session(kClaudeKey);
-      if (s.is_object() && JsonField::integer(s["pending"], "waiting", -1) == behind) return s;
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return Json();
+    Json s;
+    eventually([&] {
+      s = session(kClaudeKey);
+      return s.is_object() && JsonField::integer(s["pending"], "waiting", -1) == behind;
+    });
+    return s;
   };
   hooks.push_back(hook("claude", asked));
   ASSERT_TRUE(waiting(0).is_object());
@@ -465,11 +408,7 @@ TEST_F(DaemonTest, FollowsCodexLogs) {
       "\n");
   start();
   Json codex;
-  for (int i = 0; i < 300 && !codex.is_object(); ++i) {
-    codex = session("codex:019a");
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  ASSERT_TRUE(codex.is_object());
+  ASSERT_TRUE(eventually([&] { return (codex = session("codex:019a")).is_object(); }));
   EXPECT_EQ(codex["mood"], "working");
   EXPECT_EQ(codex["project"], "cli");
 }
@@ -513,8 +452,7 @@ TEST_F(DaemonTest, StatusFollowsChangesOnly) {
   };
   // The class of the last line printed, once there is one of `mood`.
   auto waitClass = [&](const std::string& mood) {
-    for (int i = 0; i < 500 && (lines().empty() || lines().back()["class"] != mood); ++i)
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    eventually([&] { return !lines().empty() && lines().back()["class"] == mood; });
     return lines().empty() ? Json() : lines().back()["class"];
   };
   ASSERT_EQ(waitClass("idle"), "idle") << follow.err();
@@ -541,8 +479,7 @@ TEST_F(DaemonTest, StartsPastSettingsItCannotRead) {
   Files::writeAtomic(home.path() + "/.cursor/hooks.json", "{\"version\": 1E400}");
   start();
   // The files are looked at after the socket listens.
-  for (int i = 0; i < 500 && daemon->err().find("1E400") == std::string::npos; ++i)
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  eventually([&] { return daemon->err().find("1E400") != std::string::npos; });
   EXPECT_TRUE(daemon->running());
   EXPECT_THAT(daemon->err(), ::testing::HasSubstr("settings.json is a named pipe, not a file"));
   EXPECT_THAT(daemon->err(), ::testing::HasSubstr("(line 1: number overflow parsing '1E400')"));
@@ -592,51 +529,35 @@ TEST_F(DaemonTest, BadInputLeavesOtherSessionsServed) {
   EXPECT_FALSE(session("claude:half").is_object());
 }
 
-TEST(DaemonCli, HelpAndErrorsWithoutADaemon) {
-  TempHome home;
-  std::map<std::string, std::string> env{{"HOME", home.path()}};
-  Process help({kBin + "/vantler", "answer", "--help"}, env);
-  EXPECT_EQ(help.wait(5), 0);
-  EXPECT_THAT(help.out(), ::testing::HasSubstr("vantler answer <session-id> <answer>..."));
-  Process usage({kBin + "/vantler", "allow"}, env);
-  EXPECT_EQ(usage.wait(5), 2);
-  Process state({kBin + "/vantler", "state"}, env);
-  EXPECT_EQ(state.wait(5), 1);
-  EXPECT_THAT(state.err(), ::testing::HasSubstr("not running"));
-}
+// Commands that need no daemon: help, usage errors, connecting agents and today's usage.
+TEST_F(DaemonTest, CommandLineWithoutADaemon) {
+  std::string out, err;
+  EXPECT_EQ(cli({"answer", "--help"}, nullptr, &out), 0);
+  EXPECT_THAT(out, ::testing::HasSubstr("vantler answer <session-id> <answer>..."));
+  EXPECT_EQ(cli({"allow"}), 2);
+  EXPECT_EQ(cli({"state"}, &err), 1);
+  EXPECT_THAT(err, ::testing::HasSubstr("not running"));
 
-TEST(DaemonCli, AgentsConnectDisconnectAndUsage) {
-  TempHome home;
-  std::map<std::string, std::string> env{{"HOME", home.path()},
-                                         {"XDG_CONFIG_HOME", home.path() + "/.config"}};
-  auto run = [&](std::vector<std::string> args) {
-    args.insert(args.begin(), kBin + "/vantler");
-    auto p = std::make_unique<Process>(args, env);
-    p->wait(10);
-    return p;
-  };
   const std::string settings = home.path() + "/.claude/settings.json";
   Files::writeAtomic(settings, "[\"not an object\"]");
-  auto refused = run({"connect", "claude"});
-  EXPECT_EQ(refused->wait(), 1);
-  EXPECT_THAT(refused->err(), ::testing::HasSubstr("not a JSON object"));
+  EXPECT_EQ(cli({"connect", "claude"}, &err), 1);
+  EXPECT_THAT(err, ::testing::HasSubstr("not a JSON object"));
   EXPECT_EQ(Files::read(settings), "[\"not an object\"]");
 
   const std::string mine =
       "{\n  \"model\": \"opus\",\n  \"hooks\": {\"Stop\": [{\"hooks\": [{\"type\": \"command\", "
       "\"command\": \"notify-send done\"}]}]}\n}\n";
   Files::writeAtomic(settings, mine);
-  EXPECT_EQ(run({"connect", "claude"})->wait(), 0);
-  EXPECT_THAT(run({"agents"})->out(),
-              ::testing::ContainsRegex("Claude Code \\(claude\\) +connected "));
+  EXPECT_EQ(cli({"connect", "claude"}), 0);
+  EXPECT_EQ(cli({"agents"}, nullptr, &out), 0);
+  EXPECT_THAT(out, ::testing::ContainsRegex("Claude Code \\(claude\\) +connected "));
   EXPECT_TRUE(Files::exists(home.path() + "/.vantler/bin/vantler-hook"));
-  EXPECT_EQ(run({"disconnect", "claude"})->wait(), 0);
+  EXPECT_EQ(cli({"disconnect", "claude"}), 0);
   EXPECT_EQ(Files::read(settings), mine);
-  EXPECT_EQ(run({"connect", "nonsense"})->wait(), 1);
+  EXPECT_EQ(cli({"connect", "nonsense"}), 1);
 
-  auto usage = run({"usage", "--json"});
-  EXPECT_EQ(usage->wait(), 0);
-  EXPECT_EQ(Json::parse(usage->out())["today"], 0.0);
+  EXPECT_EQ(cli({"usage", "--json"}, nullptr, &out), 0);
+  EXPECT_EQ(Json::parse(out)["today"], 0.0);
 }
 
 // The daemon raises windows with the desktop's own commands, chosen by its environment: here
@@ -673,13 +594,12 @@ TEST_F(DaemonTest, JumpRaisesThroughTheDesktopsOwnCommands) {
     RawClient client(socket());
     client.send(event.dump() + "\n");
     client.readToClose();  // the daemon has read the event
-    for (int i = 0; i < 300 && !session("claude:j").is_object(); ++i)
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    eventually([&] { return session("claude:j").is_object(); });
     EXPECT_EQ(cli({"jump", "claude:j"}), 0);
-    for (int i = 0; i < 300 && daemon->err().find("claude:j: raised") == std::string::npos &&
-                    daemon->err().find("claude:j: no window") == std::string::npos;
-         ++i)
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    eventually([&] {
+      return daemon->err().find("claude:j: raised") != std::string::npos ||
+             daemon->err().find("claude:j: no window") != std::string::npos;
+    });
     daemon->signal(SIGTERM);
     EXPECT_EQ(daemon->wait(5), 0);
     std::stringstream text;

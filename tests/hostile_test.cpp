@@ -18,7 +18,6 @@ using ::testing::HasSubstr;
 
 namespace {
 
-const std::string kBin = VANTLER_BINARY_DIR;
 // A sanitizer build keeps freed memory in quarantine, and its own checks open descriptors.
 #ifdef __SANITIZE_ADDRESS__
 constexpr bool kSanitized = true;
@@ -51,76 +50,35 @@ long peakResidentKiB(pid_t pid) {
 
 }  // namespace
 
-class Hostile : public ::testing::Test {
+class Hostile : public DaemonHome {
  protected:
-  TempHome home;
-  std::unique_ptr<Process> daemon;
-
-  std::map<std::string, std::string> env() const {
-    return {{"HOME", home.path()},
-            {"XDG_CONFIG_HOME", home.path() + "/.config"},
-            {"VANTLER_DEMO", ""},
-            {"VANTLER_DEBUG_ANSWER", ""}};
-  }
-  std::string runDir() const { return home.path() + "/.vantler/run"; }
-  std::string socket() const { return runDir() + "/vantler.sock"; }
-
   std::unique_ptr<Process> launch(const std::string& shellPrefix = "") {
     return std::make_unique<Process>(
         std::vector<std::string>{"/bin/sh", "-c", shellPrefix + "exec \"$0\" daemon",
-                                 kBin + "/vantler"},
+                                 bin("vantler")},
         env());
   }
   void start(const std::string& shellPrefix = "") {
     daemon = launch(shellPrefix);
     ASSERT_TRUE(answering()) << daemon->err();
   }
-  void TearDown() override {
-    if (daemon && daemon->running()) {
-      daemon->signal(SIGCONT);
-      daemon->signal(SIGTERM);
-      EXPECT_EQ(daemon->wait(5), 0);
-    }
-  }
-  std::unique_ptr<Process> hook(const std::string& agent, const std::string& input) {
-    return std::make_unique<Process>(std::vector<std::string>{kBin + "/vantler-hook", agent}, env(),
-                                     input);
-  }
   // Seconds `vantler state` took, or nothing when it failed.
   std::optional<double> stateTime() {
     auto t0 = Clock::now();
-    Process p({kBin + "/vantler", "state"}, env());
+    Process p({bin("vantler"), "state"}, env());
     if (p.wait(10) != 0 || !Json::parse(p.out(), nullptr, false).is_object()) return std::nullopt;
     return secondsSince(t0);
   }
   bool answering() {
-    for (int i = 0; i < 300; ++i) {
-      if (Files::exists(socket()) && stateTime()) return true;
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return false;
-  }
-  Json state() {
-    Process p({kBin + "/vantler", "state"}, env());
-    p.wait(10);
-    return Json::parse(p.out(), nullptr, false);
-  }
-  bool pending(const std::string& id, bool open = true) {
-    for (int i = 0; i < 300; ++i) {
-      const Json all = state();
-      for (const Json& s : JsonField::array(all, "sessions"))
-        if (s["id"] == id && s.contains("pending") == open) return true;
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return false;
+    return eventually([&] { return Files::exists(socket()) && stateTime(); }, 10);
   }
 };
 
 TEST_F(Hostile, AStoppedAppNeverHoldsUpTheAgent) {
   start();
   // Held by a live app, which then stops: the keep-alives end and the hook lets go.
-  auto held = hook("claude", kPermission.dump());
-  ASSERT_TRUE(pending("claude:s1"));
+  auto held = hook("claude", kPermission);
+  ASSERT_TRUE(waitPending("claude:s1"));
   daemon->signal(SIGSTOP);
   auto t0 = Clock::now();
   EXPECT_EQ(held->wait(10), 0);
@@ -130,14 +88,14 @@ TEST_F(Hostile, AStoppedAppNeverHoldsUpTheAgent) {
 
   // Stopped from the start: no first line, so every hook returns at once.
   t0 = Clock::now();
-  auto quick = hook("claude", kToolUse.dump());
+  auto quick = hook("claude", kToolUse);
   EXPECT_EQ(quick->wait(5), 0);
   const double quickFor = secondsSince(t0);
   // Bounds here tell a stalled loop (seconds on end) from a busy machine; the timings
   // themselves are benchmarks' business.
   EXPECT_LT(quickFor, 3.0);
   t0 = Clock::now();
-  auto ask = hook("cursor", Json{{"hook_event_name", "beforeSubmitPrompt"}}.dump());
+  auto ask = hook("cursor", Json{{"hook_event_name", "beforeSubmitPrompt"}});
   EXPECT_EQ(ask->wait(5), 0);
   EXPECT_LT(secondsSince(t0), 5.0);
   EXPECT_EQ(ask->out(), "{\"continue\":true}\n");
@@ -145,7 +103,7 @@ TEST_F(Hostile, AStoppedAppNeverHoldsUpTheAgent) {
               quickFor * 1000, heldFor);
 
   daemon->signal(SIGCONT);  // the request whose hook left is withdrawn
-  EXPECT_TRUE(pending("claude:s1", false));
+  EXPECT_TRUE(waitPending("claude:s1", false));
 }
 
 TEST_F(Hostile, FloodingClientsCannotDelayTheState) {
@@ -224,7 +182,7 @@ TEST_F(Hostile, RunningOutOfDescriptorsPausesThenRecovers) {
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
   ASSERT_TRUE(took) << daemon->err();
   EXPECT_LT(*took, 3.0);
-  auto h = hook("claude", kToolUse.dump());
+  auto h = hook("claude", kToolUse);
   EXPECT_EQ(h->wait(5), 0);
   EXPECT_TRUE(daemon->running());
   const std::string& err = daemon->err();
@@ -256,7 +214,7 @@ TEST_F(Hostile, UnsafeRunDirectoriesAreRefused) {
   ::chmod(runDir().c_str(), 0700);
   start();
   ::chmod(runDir().c_str(), 0755);
-  auto h = hook("claude", kPermission.dump());
+  auto h = hook("claude", kPermission);
   EXPECT_EQ(h->wait(5), 0);
   ::chmod(runDir().c_str(), 0700);
   EXPECT_TRUE(state()["sessions"].empty());
@@ -281,27 +239,20 @@ TEST_F(Hostile, RacingStartsLeaveExactlyOneOwner) {
 
   // Newest wins: the owner is asked to quit and the new instance takes over.
   auto newer = std::make_unique<Process>(
-      std::vector<std::string>{kBin + "/vantler", "daemon", "--replace"}, env());
+      std::vector<std::string>{bin("vantler"), "daemon", "--replace"}, env());
   EXPECT_EQ(daemon->wait(5), 0);
   daemon = std::move(newer);
   EXPECT_TRUE(answering());
   EXPECT_TRUE(daemon->running());
 }
 
-// In-process: a bridge that did not make the socket at its path never removes it.
+// In-process: a bridge whose socket was taken over behind its back leaves the newer one in
+// place when it stops (a losing racer leaving the owner's alone is checked above).
 class BridgeSocket : public HubTest {};
 
 TEST_F(BridgeSocket, LeavesSocketsItDidNotMakeAlone) {
   Bridge first(*hub, home.path());
   ASSERT_TRUE(first.start());
-  {
-    Bridge second(*hub, home.path());
-    EXPECT_FALSE(second.start());
-    EXPECT_THAT(second.error(), HasSubstr("another Vantler is listening"));
-  }
-  EXPECT_TRUE(Files::exists(first.path()));
-
-  // Taken over behind its back: stopping leaves the newer socket in place.
   ::unlink(first.path().c_str());
   Bridge third(*hub, home.path());
   ASSERT_TRUE(third.start());

@@ -1,7 +1,5 @@
 #include <gmock/gmock.h>
 
-#include <set>
-
 #include "core/files.h"
 #include "core/json_writer.h"
 #include "core/prefs.h"
@@ -325,40 +323,20 @@ TEST_F(HubTest, TickAsksTrackerAndPullRequestNewsExpires) {
 }
 
 TEST_F(HubTest, ScriptedAnswersArriveAfterDelay) {
-  debugAnswer = "deny";
-  makeHub();
-  add("claude:p");
-  auto& p = request("claude:p", permission());
-  add("claude:r", Mood::done);
-  auto& r = request("claude:r", Pending::Reply{"x", hub->now() + 60});
-  hub->autoAnswerForTests(*hub->find("claude:p"));
-  hub->autoAnswerForTests(*hub->find("claude:r"));
-  loop.advance(1.1);
-  EXPECT_TRUE(p.empty());
-  loop.advance(0.2);
-  ASSERT_EQ(p.size(), 1u);
-  EXPECT_EQ(Json::parse(p[0])["hookSpecificOutput"]["decision"]["behavior"], "deny");
-  EXPECT_TRUE(r.empty());  // "deny" leaves a reply window alone
-
   debugAnswer = "looks good";
   makeHub();
   add("claude:q");
   auto& q = request("claude:q", twoQuestions());
   hub->autoAnswerForTests(*hub->find("claude:q"));
-  loop.advance(1.3);
+  loop.advance(1.1);
+  EXPECT_TRUE(q.empty());
+  loop.advance(0.2);
   EXPECT_EQ(Json::parse(q.at(0))["hookSpecificOutput"]["decision"]["updatedInput"]["answers"],
             Json::parse(R"({"Which colour?":"looks good","Which sizes?":"looks good"})"));
 }
 
 TEST_F(HubTest, SnapshotSelectionAndShape) {
-  Json empty = hub->snapshot();
-  EXPECT_EQ(empty["sessions"], Json::array());
-  EXPECT_EQ(empty["queue"], Json::array());
-  EXPECT_TRUE(empty["selected"].is_null() && empty["focus"].is_null());
-  EXPECT_FALSE(empty["canUndo"]);
-  EXPECT_EQ(empty["now"], hub->now() * 1000.0);
-  EXPECT_TRUE(empty["settings"].contains("replyWindow"));
-
+  EXPECT_TRUE(hub->snapshot()["selected"].is_null());
   add("claude:a");
   add("claude:b", Mood::done);
   hub->select("claude:b");
@@ -415,20 +393,6 @@ TEST_F(HubTest, KeptSessionTextsMatchFreshOnesAsTimeSettingsAndPullRequestsChang
     changes[i]();
     EXPECT_EQ(hub->snapshot()["sessions"], fresh()) << "after change " << i;
   }
-}
-
-TEST_F(HubTest, DemoHasEveryMoodAndRequestKind) {
-  hub->loadDemo();
-  Json snap = hub->snapshot();
-  std::set<std::string> moods, kinds, agents;
-  for (const Json& s : snap["sessions"]) {
-    moods.insert(s["mood"]);
-    agents.insert(s["agent"]);
-    if (s.contains("pending")) kinds.insert(s["pending"]["kind"]);
-  }
-  EXPECT_EQ(moods, (std::set<std::string>{"idle", "done", "working", "waiting"}));
-  EXPECT_EQ(kinds, (std::set<std::string>{"permission", "questions", "reply", "elsewhere"}));
-  EXPECT_GE(agents.size(), 6u);
 }
 
 TEST_F(HubTest, ManyFinishedSessionsForgetTheOldestFirst) {

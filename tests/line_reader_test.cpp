@@ -1,12 +1,6 @@
 #include "core/line_reader.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <chrono>
 #include <fstream>
-#include <future>
 #include <string>
 #include <vector>
 
@@ -27,18 +21,6 @@ class LineReaderTest : public ::testing::Test {
     return reader.read(path, mark, budget, [this](std::string_view l) { lines.emplace_back(l); });
   }
 };
-
-// Runs one read on another thread and gives up on it after a deadline. A read stuck on a FIFO
-// is released by opening the FIFO's other end, so the test ends either way.
-TEST_F(LineReaderTest, FifoIsRefusedWithoutBlocking) {
-  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-  auto result = std::async(std::launch::async, [this] { return read(); });
-  const bool finished = result.wait_for(std::chrono::seconds(5)) == std::future_status::ready;
-  if (!finished) ::close(::open(path.c_str(), O_WRONLY));
-  EXPECT_TRUE(finished) << "reading a FIFO blocked";
-  EXPECT_FALSE(result.get().regular);
-  EXPECT_TRUE(lines.empty());
-}
 
 TEST_F(LineReaderTest, SlicesDeliverEveryLineOnceAndAnUnfinishedLineWhenComplete) {
   const std::string filler(1000, 'x');
@@ -79,18 +61,6 @@ TEST_F(LineReaderTest, OverlongLineIsSkippedToItsEndAndNeverReadAgain) {
   const LineReader::Result r = read(1 << 20);
   EXPECT_LT(r.bytes, 100u);
   EXPECT_EQ(lines, (std::vector<std::string>{"{\"a\":1}", "{\"b\":2}"}));
-}
-
-TEST_F(LineReaderTest, HolesOfASparseFileAreSteppedOver) {
-  append("{\"a\":1}\n");
-  ASSERT_EQ(truncate(path.c_str(), 64ll << 30), 0);
-  append("{\"b\":2}\n{\"c\":3}\n");
-  const LineReader::Result r = read(8 << 20);
-  EXPECT_FALSE(r.more);
-  EXPECT_LT(r.bytes, 4u << 20);
-  // The zeros and the text after them up to the line end make one line that is not JSON.
-  EXPECT_EQ(lines, (std::vector<std::string>{"{\"a\":1}", "{\"c\":3}"}));
-  EXPECT_EQ(mark.offset, r.info.st_size);
 }
 
 }  // namespace

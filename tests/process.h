@@ -19,7 +19,22 @@
 #include <thread>
 #include <vector>
 
+#include "core/files.h"
+#include "core/json.h"
+#include "test_support.h"
+
 extern char** environ;
+
+// Polls `done` every 10 ms until it holds or `seconds` pass; whether it held.
+template <class Done>
+bool eventually(Done done, double seconds = 5) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+  while (!done()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return true;
+}
 
 class Process {
  public:
@@ -175,4 +190,71 @@ class RawClient {
  private:
   int fd_ = -1;
   bool connected_ = false;
+};
+
+// The real daemon in a temporary home, its hooks and its command line.
+class DaemonHome : public ::testing::Test {
+ protected:
+  static std::string bin(const std::string& name) { return VANTLER_BINARY_DIR "/" + name; }
+
+  TempHome home;
+  std::unique_ptr<Process> daemon;
+  std::string debugAnswer;
+  std::map<std::string, std::string> extraEnv;
+
+  std::map<std::string, std::string> env() const {
+    std::map<std::string, std::string> all = {{"HOME", home.path()},
+                                              {"XDG_CONFIG_HOME", home.path() + "/.config"},
+                                              {"VANTLER_DEBUG_ANSWER", debugAnswer},
+                                              {"VANTLER_DEMO", ""}};
+    for (const auto& [k, v] : extraEnv) all[k] = v;
+    return all;
+  }
+  std::string runDir() const { return home.path() + "/.vantler/run"; }
+  std::string socket() const { return runDir() + "/vantler.sock"; }
+
+  void TearDown() override {
+    if (daemon && daemon->running()) {
+      daemon->signal(SIGCONT);
+      daemon->signal(SIGTERM);
+      EXPECT_EQ(daemon->wait(5), 0);
+    }
+  }
+  std::unique_ptr<Process> hook(const std::string& agent, const std::string& input) {
+    return std::make_unique<Process>(std::vector<std::string>{bin("vantler-hook"), agent}, env(),
+                                     input);
+  }
+  std::unique_ptr<Process> hook(const std::string& agent, const Json& payload) {
+    return hook(agent, payload.dump());
+  }
+  // Runs a `vantler` command to its end: its exit status, -1 when it did not end.
+  int cli(std::vector<std::string> args, std::string* err = nullptr, std::string* out = nullptr) {
+    args.insert(args.begin(), bin("vantler"));
+    Process p(args, env());
+    auto status = p.wait(10);
+    if (err) *err = p.err();
+    if (out) *out = p.out();
+    return status.value_or(-1);
+  }
+  Json state() {
+    Process p({bin("vantler"), "state"}, env());
+    p.wait(10);
+    return Json::parse(p.out(), nullptr, false);
+  }
+  Json session(const std::string& id) {
+    const Json all = state();
+    if (all.is_object())
+      for (const Json& s : all["sessions"])
+        if (s["id"] == id) return s;
+    return nullptr;
+  }
+  // Polls the state until the session's request is open (or closed).
+  bool waitPending(const std::string& id, bool open = true) {
+    return eventually(
+        [&] {
+          const Json s = session(id);
+          return s.is_object() && s.contains("pending") == open;
+        },
+        10);
+  }
 };

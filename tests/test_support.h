@@ -4,10 +4,12 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <time.h>
 
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -16,25 +18,38 @@
 #include "core/fake_loop.h"
 #include "core/hub.h"
 
+// Sets (or, with no value, unsets) an environment variable until the end of the scope.
+class ScopedEnv {
+ public:
+  ScopedEnv(std::string name, const std::optional<std::string>& value) : name_(std::move(name)) {
+    if (const char* old = getenv(name_.c_str())) old_ = old;
+    set(value);
+  }
+  ~ScopedEnv() { set(old_); }
+  ScopedEnv(const ScopedEnv&) = delete;
+  ScopedEnv& operator=(const ScopedEnv&) = delete;
+
+ private:
+  void set(const std::optional<std::string>& value) {
+    if (value)
+      setenv(name_.c_str(), value->c_str(), 1);
+    else
+      unsetenv(name_.c_str());
+    tzset();  // for TZ
+  }
+  std::string name_;
+  std::optional<std::string> old_;
+};
+
 class TempHome {
  public:
   TempHome() {
     char pattern[] = "/tmp/vantler-test-XXXXXX";
     path_ = mkdtemp(pattern);
-    for (const char* var : {"HOME", "XDG_CONFIG_HOME"}) {
-      const char* old = getenv(var);
-      saved_.emplace_back(var, old ? std::optional<std::string>(old) : std::nullopt);
-    }
-    setenv("HOME", path_.c_str(), 1);
-    setenv("XDG_CONFIG_HOME", (path_ + "/.config").c_str(), 1);
+    vars_.emplace_back(std::make_unique<ScopedEnv>("HOME", path_));
+    vars_.emplace_back(std::make_unique<ScopedEnv>("XDG_CONFIG_HOME", path_ + "/.config"));
   }
   ~TempHome() {
-    for (auto& [var, old] : saved_) {
-      if (old)
-        setenv(var.c_str(), old->c_str(), 1);
-      else
-        unsetenv(var.c_str());
-    }
     std::error_code ec;
     std::filesystem::remove_all(path_, ec);
   }
@@ -42,7 +57,7 @@ class TempHome {
 
  private:
   std::string path_;
-  std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
+  std::vector<std::unique_ptr<ScopedEnv>> vars_;
 };
 
 struct RecordingJumper : Jumper {

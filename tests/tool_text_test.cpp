@@ -121,9 +121,6 @@ TEST(ToolTextTest, Permission) {
   EXPECT_EQ(ToolText::permission("Write", {{"file_path", "/w/new.txt"}}),
             P("Create new.txt?", "/w/new.txt"));
   EXPECT_EQ(ToolText::permission("Read", {{"path", "/p/q"}}), P("Read q?", ""));
-  EXPECT_EQ(ToolText::permission("WebFetch", {{"url", "https://a.b/c"}}),
-            P("Fetch this page?", "https://a.b/c"));
-  EXPECT_EQ(ToolText::permission("WebSearch", {{"query", "q"}}), P("Search the web?", "q"));
   EXPECT_EQ(ToolText::permission("Task", {{"description", "d"}, {"a/b", 1}}),
             P("Allow Delegating ?", R"({"a/b":1,"description":"d"})"));
   EXPECT_EQ(ToolText::permission("mcp__github__create_issue", {{"title", "x"}}).first,

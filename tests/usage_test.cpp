@@ -41,25 +41,13 @@ double at(const char* iso) {
 // Today is 1 June 2025 in a zone five hours behind UTC: local midnight is 05:00 UTC.
 class UsageMeterTest : public ::testing::Test {
  protected:
+  ScopedEnv tz{"TZ", "EST5"};
   TempHome home;
-  std::string oldTz = getenv("TZ") ? getenv("TZ") : "";
-  bool hadTz = getenv("TZ") != nullptr;
   double now = at("2025-06-01T20:00:00");
   UsageMeter meter{[this] { return now; }};
   std::string dir = home.path() + "/.claude/projects/-work-app/";
 
-  void SetUp() override {
-    setenv("TZ", "EST5", 1);
-    tzset();
-    Files::makeDirs(dir);
-  }
-  void TearDown() override {
-    if (hadTz)
-      setenv("TZ", oldTz.c_str(), 1);
-    else
-      unsetenv("TZ");
-    tzset();
-  }
+  void SetUp() override { Files::makeDirs(dir); }
   void append(const std::string& file, const std::string& text) {
     std::ofstream(dir + file, std::ios::app) << text;
   }

@@ -1,5 +1,5 @@
-// Serving the page's files: which directory holds the page, which request paths reach a file
-// inside it, and the content type each file is served with.
+// Serving the page's files: which directory holds the page, and which request paths reach a
+// file inside it.
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -30,18 +30,6 @@ class WebRootTest : public ::testing::Test {
   TempHome home;
   std::string root;
 };
-
-TEST(WebRootMime, TypesByExactExtension) {
-  EXPECT_EQ(WebRoot::mimeType("/index.html"), "text/html");
-  EXPECT_EQ(WebRoot::mimeType("/assets/app.mjs"), "text/javascript");
-  EXPECT_EQ(WebRoot::mimeType("/assets/app.js.map"), "application/json");
-  EXPECT_EQ(WebRoot::mimeType("/f/font.woff2"), "font/woff2");
-  EXPECT_EQ(WebRoot::mimeType("/i/logo.svg"), "image/svg+xml");
-  // Compared exactly: case and unknown or missing extensions fall back.
-  EXPECT_EQ(WebRoot::mimeType("/INDEX.HTML"), "application/octet-stream");
-  EXPECT_EQ(WebRoot::mimeType("/archive.tar.gz"), "application/octet-stream");
-  EXPECT_EQ(WebRoot::mimeType("/assets.d/README"), "application/octet-stream");
-}
 
 TEST_F(WebRootTest, ServesFilesInsideTheRoot) {
   EXPECT_EQ(WebRoot::resolve(root, "/index.html"), root + "/index.html");

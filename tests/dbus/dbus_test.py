@@ -81,14 +81,9 @@ class Tray:
                   GLib.Variant('(isvu)', (ident, 'clicked', GLib.Variant('s', ''), 0)))
 
 
-def start_app(s, defaults=None, **env):
-    env = dict(s.home(dict({'onboarded': True}, **(defaults or {}))), **env)
-    return env, s.vantler(env)
-
-
 def tray_menu(s):
     watcher = fake(s, 'watcher')
-    env, app = start_app(s)
+    env, app, _ = s.started(pill=False)
     tray = Tray(watcher)
     icons = tray.prop('IconThemePath')
     check(tray.prop('IconName') == 'vantler-symbolic' and os.path.isfile(
@@ -118,7 +113,7 @@ def no_tray(s):
     for watcher in ([], ['watcher', '--no-host']):
         if watcher:
             fake(s, *watcher)
-        env, app = start_app(s)
+        env, app, _ = s.started(pill=False)
         wait_for(lambda: 'no StatusNotifier host; the menu opens from the panel' in
                  app.output('.err'), 20, 'the app saying there is no tray ' + str(watcher))
     # The same menu from the panel: a right click on the pill.
@@ -180,7 +175,7 @@ def update_checks(s):
                               ('/same', 'Vantler is up to date'), ('/bad', 'no version in it'),
                               ('/missing', 'answered HTTP 404')):
             before = len(calls(watcher, 'RegisterStatusNotifierItem'))
-            env, app = start_app(s, VANTLER_UPDATE_FEED=url + path)
+            env, app, _ = s.started(pill=False, VANTLER_UPDATE_FEED=url + path)
             tray = Tray(watcher, before)
             seen = len(Feed.seen)
             if path == '/newer':  # put off while a request waits for the user
@@ -200,7 +195,7 @@ def update_checks(s):
                 wait_for(lambda: outcome in app.output('.err'), 5, f'{outcome!r} logged')
             app.stop()
         before = len(calls(watcher, 'RegisterStatusNotifierItem'))
-        env, app = start_app(s, VANTLER_UPDATE_FEED='http://127.0.0.1:9/feed')
+        env, app, _ = s.started(pill=False, VANTLER_UPDATE_FEED='http://127.0.0.1:9/feed')
         Tray(watcher, before).click('Check for Updates…')
         wait_for(lambda: 'could not be read' in app.output('.err'), 10, 'no server logged')
     finally:
@@ -217,7 +212,7 @@ def notifications(s):
     server = fake(s, 'notifications')
     full = s.start(['/usr/bin/python3', '-c', FULL_SCREEN])
     wait_for(lambda: 'ready' in full.output(), 10, 'a full-screen window')
-    env, app = start_app(s, {'notifyAnswers': True})
+    env, app, _ = s.started({'notifyAnswers': True}, pill=False)
     wait_for(lambda: 'hooks: listening' in app.output('.err'), 20, 'the app')
 
     hook = s.hook(env, fixture('claude_permission.json'))
@@ -241,7 +236,7 @@ def notifications(s):
     # A server without buttons: the notification only opens the panel.
     server.stop()
     server = fake(s, 'notifications', '--no-actions')
-    env, app = start_app(s, {'notifyAnswers': True})
+    env, app, _ = s.started({'notifyAnswers': True}, pill=False)
     wait_for(lambda: 'hooks: listening' in app.output('.err'), 20, 'the app')
     hook = s.hook(env, fixture('claude_permission.json'))
     note = wait_for(lambda: calls(server, 'Notify'), 10, 'a notification without buttons')[0]

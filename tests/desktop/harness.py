@@ -179,6 +179,13 @@ class Desktop:
     def vantler(self, env, *args):
         return self.start([os.path.join(self.build, 'vantler'), *args], env)
 
+    def started(self, defaults=None, pill=True, **extra):
+        """The app in a fresh home, onboarded, with `defaults` added to its preferences and
+        `extra` to its environment: the environment, the app and (with `pill`) its pill."""
+        env = dict(self.home(dict({'onboarded': True}, **(defaults or {}))), **extra)
+        app = self.vantler(env)
+        return env, app, pill and self.wait_drawn(top_pill, 20, 'the pill')
+
     def command(self, env, *args):
         """Runs a `vantler` command to its end: exit code, stdout + stderr."""
         proc = self.vantler(env, *args)
@@ -289,9 +296,7 @@ def pill_click_through_and_hover(s, prefix):
 def drag_restart_place_kept(s, prefix):
     """The open panel dragged by its strip and dropped lower left becomes a pill there; the
     place is stored and kept across a restart."""
-    env = s.home({'onboarded': True})
-    app = s.vantler(env)
-    box = s.wait_drawn(top_pill, 20, 'the pill')
+    env, app, box = s.started()
     s.mouse(W // 2, box[1] + 5)
     box = s.wait_drawn(opened, 5, 'the panel opened by hovering')
     x, y = box[0] + 120, box[1] + 20  # on the strip, beside its title

@@ -9,7 +9,7 @@ import time
 
 sys.dont_write_bytecode = True  # keep the source tree clean
 from harness import check, main, opened, top_pill, wait_for
-from x11_test import X11, start_app
+from x11_test import X11
 
 # Holds Ctrl+Alt+R on the root window, as another program's global shortcut would.
 GRAB_CTRL_ALT_R = r'''
@@ -47,10 +47,7 @@ def settings(s, env):
 
 
 def hot_keys_and_alt_tap(s):
-    env = s.home({'onboarded': True})
-    env['VANTLER_TRACE'] = '1'  # the panel's decisions in hover.log
-    app = s.vantler(env)
-    s.wait_drawn(top_pill, 20, 'the pill')
+    env, app, _ = s.started(VANTLER_TRACE='1')  # the panel's decisions in hover.log
     wait_for(lambda: 'start: optionTap=true trusted=true' in log(env), 5,
              'the Alt tap started, ready')
     st = settings(s, env)
@@ -118,21 +115,23 @@ def dictate(s, env):
 
 def dictating_app(s, **extra):
     """Vantler hearing SAID at every dictation, with "old clip" on the clipboard."""
-    env = s.home({'onboarded': True})
-    env.update(VANTLER_DEBUG_DICTATION=SAID, **extra)
-    s.vantler(env)
-    s.wait_drawn(top_pill, 20, 'the pill')
+    env, _, _ = s.started(VANTLER_DEBUG_DICTATION=SAID, **extra)
     clipboard(s, 'old clip')
     wait_for(lambda: clipboard(s) == 'old clip', 5, 'the clipboard set by xclip')
     return env
 
 
-def paste_into_entry_and_terminal(s):
-    env = dictating_app(s)
+def focused_entry(s):
     entry = s.start(['/usr/bin/python3', '-c', ENTRY_WINDOW])
     wait_for(lambda: 'ready' in entry.output(), 10, 'the entry window')
     s.xdotool('search', '--sync', '--name', '^entry$', 'windowactivate', '--sync')
     time.sleep(0.5)  # the field's focus event reaches Vantler
+    return entry
+
+
+def paste_into_entry_and_terminal(s):
+    env = dictating_app(s)
+    entry = focused_entry(s)
     dictate(s, env)
     wait_for(lambda: 'text ' + SAID in entry.output(), 5, 'the text pasted into the GTK entry')
     wait_for(lambda: clipboard(s) == 'old clip', 2, 'the old clipboard contents back')
@@ -159,14 +158,6 @@ def no_field_leaves_the_text_on_the_clipboard(s):
     s.wait_drawn(opened, 2, 'the panel showing that it was copied', 'keys-copied')
     time.sleep(1)
     check(clipboard(s) == SAID, 'the dictated text left the clipboard')
-
-
-def focused_entry(s):
-    entry = s.start(['/usr/bin/python3', '-c', ENTRY_WINDOW])
-    wait_for(lambda: 'ready' in entry.output(), 10, 'the entry window')
-    s.xdotool('search', '--sync', '--name', '^entry$', 'windowactivate', '--sync')
-    time.sleep(0.5)  # the field's focus event reaches Vantler
-    return entry
 
 
 def remote_desktop(s, *args):
@@ -227,9 +218,7 @@ def portal_refused_leaves_the_text_on_the_clipboard(s):
 def taken_combination_reported(s):
     grab = s.start(['/usr/bin/python3', '-c', GRAB_CTRL_ALT_R])
     wait_for(lambda: 'grabbed' in grab.output(), 10, 'the other program grabbing Ctrl+Alt+R')
-    env = s.home({'onboarded': True})
-    env['VANTLER_DEBUG_OPEN'] = 'settings'
-    s.vantler(env)
+    env, _, _ = s.started(pill=False, VANTLER_DEBUG_OPEN='settings')
     s.wait_drawn(opened, 20, 'the settings open')
     st = settings(s, env)
     check('taken by another program' in st['openKey']['problem'] and

@@ -80,9 +80,7 @@ def problems(s, env):
 
 
 def shortcuts_through_the_portal(s):
-    env = s.home({'onboarded': True})
-    s.vantler(env)
-    s.wait_drawn(top_pill, 20, 'the pill')
+    env, _, _ = s.started()
     wait_for(lambda: 'no global shortcuts' in problems(s, env)[0], 5,
              'the settings saying why there are no hot keys')
     check('vantler talk' in problems(s, env)[1], f'talk key: {problems(s, env)[1]}')
@@ -103,10 +101,7 @@ def shortcuts_through_the_portal(s):
 
 def dictation_left_on_the_clipboard(s):
     """No program can type into another here: the text stays on the Wayland clipboard."""
-    env = s.home({'onboarded': True})
-    env['VANTLER_DEBUG_DICTATION'] = 'hello from Vantler'
-    s.vantler(env)
-    s.wait_drawn(top_pill, 20, 'the pill')
+    env, _, _ = s.started(VANTLER_DEBUG_DICTATION='hello from Vantler')
     for _ in range(2):
         check(s.command(env, 'talk')[0] == 0, 'vantler talk')
     paste = lambda: subprocess.run(s.wrap(['wl-paste', '-n'], s.env), capture_output=True,

@@ -14,8 +14,7 @@ import sys
 
 sys.dont_write_bytecode = True  # keep the source tree clean
 from harness import (H, W, Desktop, agent_in, check, drag_restart_place_kept, fixture, jump, main,
-                     opened,
-                     pill_click_through_and_hover, skip, top_pill, wait_for)
+                     opened, pill_click_through_and_hover, skip, wait_for)
 
 USER = 'vantlertest'  # sway refuses to run as root
 
@@ -148,9 +147,7 @@ def layer_surface_pill_click_through_and_hover(s):
 
 
 def layer_peek_then_quit_releases(s):
-    env = s.home({'onboarded': True, 'autoOpen': True})
-    app = s.vantler(env)
-    s.wait_drawn(top_pill, 20, 'the pill')
+    env, app, _ = s.started({'autoOpen': True})
     check(windows(s) == ['clicker'], f'vantler shows a normal window, not a layer: {windows(s)}')
     hook = s.hook(env, fixture('claude_permission.json'))
     s.wait_drawn(opened, 5, 'the panel peeking at a permission request', 'sway-peeking')
@@ -165,8 +162,7 @@ def layer_drag_and_remembered_place(s):
 
 
 def jump_focuses_the_terminal(s):
-    env = s.home({'onboarded': True})
-    s.vantler(env)
+    env, _, _ = s.started(pill=False)
     agent_in(s, env, ['foot'], 'in-foot')
     wait_for(lambda: 'foot' in windows(s), 10, 'the foot window')
     s.swaymsg('[app_id=clicker] focus')

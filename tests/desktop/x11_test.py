@@ -68,11 +68,6 @@ class X11(Desktop):
                        check=True, timeout=20)
 
 
-def start_app(s, defaults=None):
-    env = s.home({'onboarded': True} if defaults is None else defaults)
-    return env, s.vantler(env)
-
-
 def rest_hover_and_click_through(s):
     pill_click_through_and_hover(s, 'x11')
 
@@ -80,8 +75,7 @@ def rest_hover_and_click_through(s):
 def peek_at(s, request, shot):
     """A request through the real `vantler-hook` makes the panel peek; returns the waiting
     hook and what is drawn."""
-    env, _ = start_app(s, {'onboarded': True, 'autoOpen': True})
-    s.wait_drawn(top_pill, 20, 'the pill')
+    env, _, _ = s.started({'autoOpen': True})
     hook = s.hook(env, fixture(request))
     box = s.wait_drawn(opened, 5, f'the panel peeking at {request}', shot)
     check(hook.running(), 'the hook did not wait for an answer: ' + hook.output())
@@ -116,8 +110,7 @@ def questions_answered_in_panel(s):
 
 
 def reply_typed_in_panel(s):
-    env, _ = start_app(s, {'onboarded': True, 'replyWindow': 60})
-    box = s.wait_drawn(top_pill, 20, 'the pill')
+    env, _, box = s.started({'replyWindow': 60})
     # Nobody looks at the panel: the finished turn is let go at once, not held for a reply.
     unseen = s.hook(env, fixture('claude_stop.json'))
     check(unseen.wait(2, 'the Stop hook with the panel closed') == 0, 'the Stop hook failed')
@@ -134,8 +127,7 @@ def reply_typed_in_panel(s):
     s.xdotool('type', '--delay', 20, text)
     s.drawn('x11-reply-typed')
     s.xdotool('key', 'Return')
-    check(hook.wait(5, 'the hook after Enter') == 0, 'the hook failed: ' + hook.output())
-    out = json.loads(hook.output() or 'null')
+    out = answer(hook, 'Enter')
     check(out and out['hookSpecificOutput']['additionalContext'].endswith('\n\n' + text),
           'hook printed ' + hook.output())
 
@@ -145,8 +137,7 @@ def drag_and_remembered_place(s):
 
 
 def second_instance_takes_over(s):
-    env, first = start_app(s)
-    s.wait_drawn(top_pill, 20, 'the pill')
+    env, first, _ = s.started()
     hook = s.hook(env, fixture('claude_permission.json'))
     wait_for(lambda: '"pending"' in s.command(env, 'state')[1], 5, 'the request held')
     time.sleep(1)
@@ -164,7 +155,7 @@ def commands_and_theme_following_the_desktop(s):
     open`, `quit` and `toggle` reach the app."""
     portal = s.start(['/usr/bin/python3', os.path.join(HERE, 'portal.py'), '1'])
     wait_for(lambda: 'ready' in portal.output() or not portal.running(), 10, 'the portal')
-    env, app = start_app(s)
+    env, app, _ = s.started(pill=False)
     s.wait_drawn(top_pill, 20, 'the pill', 'x11-at-rest-dark')
     check(s.command(env, 'open')[0] == 0, 'vantler open failed')
     box = s.wait_drawn(opened, 5, 'the panel opened by `vantler open`', 'x11-open-dark')
@@ -229,11 +220,8 @@ def reply_dictated(s):
     server = s.start(['/usr/bin/python3', os.path.join(os.path.dirname(os.path.abspath(
         __file__)), '..', 'voice', 'fake_model_server.py')])
     port = wait_for(lambda: server.output().strip(), 10, 'the fake transcription server')
-    env = s.home({'onboarded': True, 'replyWindow': 60,
-                  'speechServer': f'http://127.0.0.1:{port}/ok'})
-    env['PULSE_SERVER'] = 'unix:' + sock
-    s.vantler(env)
-    box = s.wait_drawn(top_pill, 20, 'the pill')
+    env, _, box = s.started({'replyWindow': 60, 'speechServer': f'http://127.0.0.1:{port}/ok'},
+                            PULSE_SERVER='unix:' + sock)
     s.mouse(W // 2, box[1] + 5)
     s.wait_drawn(opened, 5, 'the panel opened by hovering')
     s.hook(env, fixture('claude_stop.json'))
