@@ -1,5 +1,6 @@
 #include "hook/agent_settings.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -54,6 +55,30 @@ void addCrushPermissions(Json& payload, pid_t agentPid, const std::string& home,
     at = end + 1;
   }
   payload["_crush_yolo"] = yolo;
+}
+
+void addKimiTranscript(Json& payload, const std::string& home) {
+  const std::string sessionId = JsonField::str(payload, "session_id");
+  // A session id that could name something outside the sessions folder is not followed.
+  if (sessionId.empty() || sessionId == "." || sessionId == ".." ||
+      sessionId.find('/') != std::string::npos)
+    return;
+  const char* moved = std::getenv("KIMI_CODE_HOME");
+  const std::string sessions =
+      (moved && *moved ? std::string(moved) : home + "/.kimi-code") + "/sessions";
+  DIR* dir = ::opendir(sessions.c_str());
+  if (!dir) return;
+  while (const dirent* entry = ::readdir(dir)) {
+    const std::string_view key = entry->d_name;
+    if (key == "." || key == "..") continue;
+    std::string path = sessions + "/" + entry->d_name + "/" + sessionId + "/agents/main/wire.jsonl";
+    struct stat st;
+    if (::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode)) {
+      payload["transcript_path"] = std::move(path);
+      break;
+    }
+  }
+  ::closedir(dir);
 }
 
 }  // namespace AgentSettings
