@@ -58,18 +58,6 @@ TEST(AgentTranscripts, EachFormatGivesBranchModelAndPrompts) {
        nullptr,
        "Fix the login bug",
        "Now the tests"},
-      {"claude",
-       ".claude/projects/-work-app/5e1f.jsonl",
-       {{{"type", "user"},
-         {"gitBranch", "fix/login"},
-         {"message", {{"role", "user"}, {"content", "Fix the login bug"}}}},
-        {{"type", "assistant"},
-         {"message", {{"id", "m1"}, {"model", "claude-sonnet-4-5"}, {"role", "assistant"}}}},
-        {{"type", "user"}, {"message", {{"role", "user"}, {"content", "Now the tests"}}}}},
-       "fix/login",
-       "claude-sonnet-4-5",
-       "Fix the login bug",
-       "Now the tests"},
   };
   TempHome home;
   AnyTranscripts reader;
@@ -91,18 +79,6 @@ TEST(AgentTranscripts, EachFormatGivesBranchModelAndPrompts) {
     EXPECT_EQ(s.firstPrompt, c.firstPrompt);
     EXPECT_EQ(s.lastPrompt, c.lastPrompt);
   }
-}
-
-TEST(AgentTranscripts, FormatFollowsWhereTheAgentKeepsIt) {
-  using AgentTranscripts::Format;
-  EXPECT_EQ(AgentTranscripts::formatOf("/h/.qwen/projects/-a/chats/s.jsonl"), Format::qwen);
-  EXPECT_EQ(AgentTranscripts::formatOf("/h/.kimi-code/sessions/k/s/agents/main/wire.jsonl"),
-            Format::kimi);
-  // Gemini CLI's chats are one JSON document each, not Qwen Code's lines.
-  EXPECT_EQ(AgentTranscripts::formatOf("/h/.gemini/tmp/x/chats/session-1.json"), Format::claude);
-  EXPECT_EQ(AgentTranscripts::formatOf("/h/.claude/projects/-a/s.jsonl"), Format::claude);
-  EXPECT_EQ(AgentTranscripts::formatOf("/h/.kimi-code/sessions/k/s/agents/sub/wire.jsonl"),
-            Format::claude);
 }
 
 }  // namespace
