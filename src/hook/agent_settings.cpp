@@ -11,6 +11,7 @@ namespace AgentSettings {
 namespace {
 
 constexpr size_t kMaxSettings = size_t{1} << 20;
+constexpr int kMaxKimiProjects = 4096;
 
 // A regular file's bytes, at most kMaxSettings of them; empty for anything else. Opened without
 // blocking, so a named pipe put in its place cannot hold the agent up.
@@ -68,7 +69,9 @@ void addKimiTranscript(Json& payload, const std::string& home) {
       (moved && *moved ? std::string(moved) : home + "/.kimi-code") + "/sessions";
   DIR* dir = ::opendir(sessions.c_str());
   if (!dir) return;
-  while (const dirent* entry = ::readdir(dir)) {
+  // One folder per project: a bounded look, so a crowded folder cannot hold the agent up.
+  int looked = 0;
+  for (const dirent* entry; looked < kMaxKimiProjects && (entry = ::readdir(dir)); ++looked) {
     const std::string_view key = entry->d_name;
     if (key == "." || key == "..") continue;
     std::string path = sessions + "/" + entry->d_name + "/" + sessionId + "/agents/main/wire.jsonl";
