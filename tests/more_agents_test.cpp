@@ -229,6 +229,17 @@ TEST_F(MoreAgentEvents, EachAgentsPayloadBecomesItsSessionWordsAndMood) {
                 {"input_tokens", 52000},
                 {"context_limit", 1000000}});
   EXPECT_EQ(hub->find("qwen:q1")->stats.contextWindow, 1000000);
+  // Its transcript adds the branch and the first prompt; the figures of its events stay.
+  TranscriptStats chat;
+  chat.branch = "fix/login";
+  chat.firstPrompt = "Fix the login bug";
+  transcripts->byPath["/q/chats/q1.jsonl"] = chat;
+  send("qwen", {{"hook_event_name", "Notification"},
+                {"session_id", "q1"},
+                {"transcript_path", "/q/chats/q1.jsonl"}});
+  EXPECT_EQ(hub->find("qwen:q1")->stats.branch, "fix/login");
+  EXPECT_EQ(hub->find("qwen:q1")->stats.contextTokens, 52000);
+  EXPECT_EQ(hub->find("qwen:q1")->headline(), "Fix the login bug");
   send("kimi", {{"hook_event_name", "UserPromptSubmit"},
                 {"session_id", "k1"},
                 {"session_title", "Release notes"},

@@ -154,10 +154,11 @@ std::optional<std::string> OtherAgentsAdapter::handle(const Json& received, Hub:
   if (const Json* host = JsonField::find(payload, "_host")) out["_host"] = *host;
   if (const Json* machine = JsonField::find(payload, "_machine")) out["_machine"] = *machine;
   if (pid) out["agentPid"] = *pid;
-  // Only Claude Code's transcript format is read; agents that write it too pass its path on.
+  // Agents that write Claude Code's transcript format, and Qwen Code and Kimi Code, whose own
+  // formats are read too, pass its path on.
   if (agent == Agent::qoder || agent == Agent::codebuddy || agent == Agent::gemini ||
       agent == Agent::droid || agent == Agent::copilot || agent == Agent::windsurf ||
-      agent == Agent::opencode) {
+      agent == Agent::opencode || agent == Agent::qwen || agent == Agent::kimi) {
     if (std::string t = top({"transcript_path"}); !t.empty()) out["transcript_path"] = t;
   }
   const std::string key =
