@@ -85,10 +85,8 @@ std::optional<std::string> ClaudeAdapter::handle(const Json& payload, Hub::Reply
       if (agent != Agent::claude) {
         if (!stats->model) stats->model = s.stats.model;
         if (!stats->customTitle) stats->customTitle = s.stats.customTitle;
-        if (stats->contextTokens == 0) {
-          stats->contextTokens = s.stats.contextTokens;
-          stats->contextWindow = s.stats.contextWindow;
-        }
+        if (stats->contextTokens == 0) stats->contextTokens = s.stats.contextTokens;
+        if (stats->contextWindow == 0) stats->contextWindow = s.stats.contextWindow;
       }
       s.stats = std::move(*stats);
     }

@@ -64,24 +64,34 @@ void addKimiTranscript(Json& payload, const std::string& home) {
   if (sessionId.empty() || sessionId == "." || sessionId == ".." ||
       sessionId.find('/') != std::string::npos)
     return;
-  const char* moved = std::getenv("KIMI_CODE_HOME");
-  const std::string sessions =
-      (moved && *moved ? std::string(moved) : home + "/.kimi-code") + "/sessions";
-  DIR* dir = ::opendir(sessions.c_str());
-  if (!dir) return;
-  // One folder per project: a bounded look, so a crowded folder cannot hold the agent up.
-  int looked = 0;
-  for (const dirent* entry; looked < kMaxKimiProjects && (entry = ::readdir(dir)); ++looked) {
-    const std::string_view key = entry->d_name;
-    if (key == "." || key == "..") continue;
-    std::string path = sessions + "/" + entry->d_name + "/" + sessionId + "/agents/main/wire.jsonl";
-    struct stat st;
-    if (::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode)) {
-      payload["transcript_path"] = std::move(path);
-      break;
+  // Kimi Code, then the older Kimi CLI, each with the variable that moves its folder.
+  const struct {
+    const char* variable;
+    const char* folder;
+    const char* log;
+  } kinds[] = {{"KIMI_CODE_HOME", "/.kimi-code", "/agents/main/wire.jsonl"},
+               {"KIMI_SHARE_DIR", "/.kimi", "/wire.jsonl"}};
+  for (const auto& kind : kinds) {
+    const char* moved = std::getenv(kind.variable);
+    const std::string sessions =
+        (moved && *moved ? std::string(moved) : home + kind.folder) + "/sessions";
+    DIR* dir = ::opendir(sessions.c_str());
+    if (!dir) continue;
+    // One folder per project: a bounded look, so a crowded folder cannot hold the agent up.
+    int looked = 0;
+    for (const dirent* entry; looked < kMaxKimiProjects && (entry = ::readdir(dir)); ++looked) {
+      const std::string_view key = entry->d_name;
+      if (key == "." || key == "..") continue;
+      std::string path = sessions + "/" + entry->d_name + "/" + sessionId + kind.log;
+      struct stat st;
+      if (::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode)) {
+        payload["transcript_path"] = std::move(path);
+        break;
+      }
     }
+    ::closedir(dir);
+    if (payload.contains("transcript_path")) return;
   }
-  ::closedir(dir);
 }
 
 }  // namespace AgentSettings

@@ -33,9 +33,9 @@ void keep(std::optional<std::string>& field, const Json& record, std::string_vie
 
 }  // namespace
 
-// Qwen Code's chat records: "type" user|assistant|tool_result|system, "gitBranch", and a
-// "message" of role and parts. The working folder ("cwd") and the model ("model") are read from
-// the record's top level where present.
+// Qwen Code's chat records: "type" user|assistant|tool_result|system, "cwd", "gitBranch" (in a
+// git repository), and a "message" of role and parts. Its assistant records (0.24) carry the
+// "model" and Gemini's "usageMetadata", whose promptTokenCount is the context the answer saw.
 struct AnyTranscripts::Qwen {
   TranscriptStats stats;
 
@@ -45,7 +45,12 @@ struct AnyTranscripts::Qwen {
     keep(stats.branch, record, "gitBranch");
     keep(stats.cwd, record, "cwd");
     const std::string type = JsonField::str(record, "type");
-    if (type == "assistant") keep(stats.model, record, "model");
+    if (type == "assistant") {
+      keep(stats.model, record, "model");
+      const int64_t prompt =
+          JsonField::integer(JsonField::object(record, "usageMetadata"), "promptTokenCount");
+      if (prompt > 0) stats.contextTokens = prompt;
+    }
     const Json& message = JsonField::object(record, "message");
     if (type == "user" && JsonField::str(message, "role", "user") == "user")
       prompted(stats, typed(JsonField::find(message, "parts")));
@@ -53,17 +58,30 @@ struct AnyTranscripts::Qwen {
   void finish() {}
 };
 
-// Kimi Code's wire log: records {"timestamp", "message": {"type", "payload"}}, where a turn
-// opens with "TurnBegin" carrying the user's input as text or content parts. Only prompts are
-// read; the model and the title come with the hooks' payloads.
+// Kimi's wire log: records {"timestamp", "message": {"type", "payload"}}, where a turn opens
+// with "TurnBegin" carrying the user's input as text or content parts, and "StatusUpdate"
+// reports the step's "token_usage" and the share of the context in use ("context_usage", 0..1).
+// The model and the title come with the hooks' payloads.
 struct AnyTranscripts::Kimi {
   TranscriptStats stats;
 
   void apply(std::string_view line) {
     const Json record = JsonField::parse(line);
     const Json& message = JsonField::object(record, "message");
-    if (JsonField::str(message, "type") != "TurnBegin") return;
-    prompted(stats, typed(JsonField::find(JsonField::object(message, "payload"), "user_input")));
+    const std::string type = JsonField::str(message, "type");
+    const Json& payload = JsonField::object(message, "payload");
+    if (type == "TurnBegin") prompted(stats, typed(JsonField::find(payload, "user_input")));
+    if (type != "StatusUpdate") return;
+    const Json& usage = JsonField::object(payload, "token_usage");
+    const int64_t tokens = JsonField::integer(usage, "input_other") +
+                           JsonField::integer(usage, "input_cache_read") +
+                           JsonField::integer(usage, "input_cache_creation");
+    if (tokens <= 0) return;
+    stats.contextTokens = tokens;
+    const Json* share = JsonField::find(payload, "context_usage");
+    if (share && share->is_number() && share->get<double>() > 0 && share->get<double>() <= 1)
+      stats.contextWindow =
+          static_cast<int64_t>(static_cast<double>(tokens) / share->get<double>());
   }
   void finish() {}
 };
@@ -74,7 +92,9 @@ Format formatOf(std::string_view path) {
   const size_t slash = path.rfind('/');
   if (slash == std::string_view::npos) return Format::claude;
   const std::string_view name = path.substr(slash + 1), folder = path.substr(0, slash);
-  if (name == "wire.jsonl" && folder.ends_with("/agents/main")) return Format::kimi;
+  // Kimi Code nests the log in "agents/main"; the Kimi CLI keeps it in the session's folder.
+  if (name == "wire.jsonl" && folder.find("/sessions/") != std::string_view::npos)
+    return Format::kimi;
   if (name.ends_with(".jsonl") && folder.ends_with("/chats") &&
       folder.find("/projects/") != std::string_view::npos)
     return Format::qwen;

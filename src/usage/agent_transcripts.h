@@ -16,8 +16,9 @@ namespace AgentTranscripts {
 enum class Format { claude, qwen, kimi };
 
 // Qwen Code keeps "<root>/projects/<project>/chats/<session>.jsonl", Kimi Code
-// "<root>/sessions/<key>/<session>/agents/main/wire.jsonl"; anything else is read as Claude
-// Code's format, which several agents share.
+// "<root>/sessions/<key>/<session>/agents/main/wire.jsonl" and the Kimi CLI
+// "<root>/sessions/<key>/<session>/wire.jsonl"; anything else is read as Claude Code's format,
+// which several agents share.
 Format formatOf(std::string_view path);
 
 }  // namespace AgentTranscripts
