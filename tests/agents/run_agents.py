@@ -13,6 +13,7 @@ Environment: VANTLER_AGENTS_STRICT=1 makes known failures fatal.
 import argparse
 import json
 import os
+import re
 import shlex
 import shutil
 import signal
@@ -668,6 +669,39 @@ def scenario_qwen_deny(world):
     return figures
 
 
+def scenario_qwen_dialog(world):
+    """Left unanswered in Vantler until the hook's time is up, the request moves to Qwen Code's
+    own dialog, and the session shows that it waits there. The installed day-long timeout is cut
+    to 3 s (Qwen Code counts it in milliseconds) for this one window."""
+    path = os.path.join(world.home, ".qwen", "settings.json")
+    with open(path, encoding="utf-8") as f:
+        installed = f.read()
+    shortened, held = re.subn(r'("timeout":\s*)86400000\b', r"\g<1>3000", installed)
+    if held != 1:
+        raise Failed("`vantler connect qwen` installed no day-long PermissionRequest hook")
+    with open(path, "w", encoding="utf-8") as f:
+        f.write(shortened)
+    try:
+        session, _, marker = qwen_session(world, "qwen-dialog")
+        since = session["pending"]["since"] / 1000
+        wait_for("Qwen Code's own dialog",
+                 lambda: "Allow execution of" in world.screen("qwen-dialog"), 20)
+        figures = {"request in Vantler -> Qwen Code's own dialog": ms(time.time() - since)}
+        wait_for("the session to wait in the terminal", lambda: (
+            (world.session("qwen", "qwen-dialog") or {}).get("pending", {}).get("kind") ==
+            "elsewhere"), 10)
+    finally:
+        with open(path, "w", encoding="utf-8") as f:
+            f.write(installed)
+    start = time.time()
+    world.tmux("send-keys", "-t", "qwen-dialog", "1")  # "1. Yes, allow once"
+    wait_for("the command to run", lambda: os.path.exists(marker), 20, step=0.005)
+    wait_for("the request to leave Vantler",
+             lambda: not (world.session("qwen", "qwen-dialog") or {}).get("pending"), 10)
+    figures["answered in Qwen Code -> gone from Vantler"] = ms(time.time() - start)
+    return figures
+
+
 # ---- running ------------------------------------------------------------------------------
 
 SCENARIOS = [
@@ -681,6 +715,7 @@ SCENARIOS = [
     ("codex-approval", scenario_codex_approval),
     ("qwen-allow", scenario_qwen_allow),
     ("qwen-deny", scenario_qwen_deny),
+    ("qwen-dialog", scenario_qwen_dialog),
 ]
 
 
