@@ -596,10 +596,16 @@ def scenario_codex_approval(world):
 # ---- Qwen Code ----------------------------------------------------------------------------
 
 
-def qwen_session(world, project):
-    """Starts Qwen Code in `project`, asks it to touch `<project>.marker` and waits for
-    Vantler's request. Returns (session, the time the model's tool call went out, the marker)."""
+def qwen_session(world, project, branch=None):
+    """Starts Qwen Code in `project` (a git repository on `branch` when given), asks it to touch
+    `<project>.marker` and waits for Vantler's request. Returns (session, the time the model's
+    tool call went out, the marker)."""
     cwd = world.project(project)
+    if branch:
+        git = ["git", "-C", cwd, "-c", "user.name=test", "-c", "user.email=test@localhost"]
+        subprocess.run([*git, "init", "-q", "-b", branch], check=True, env=world.env())
+        subprocess.run([*git, "commit", "-q", "--allow-empty", "-m", "start"], check=True,
+                       env=world.env())
     world.open_window(project, cwd, [world.clis["qwen"]], **world.qwen_env())
     wait_for("Qwen Code's prompt", lambda: "Type your message" in world.screen(project), 60)
     sent = len(world.requests())
@@ -618,12 +624,14 @@ def qwen_session(world, project):
 
 
 def scenario_qwen_allow(world):
-    session, asked, marker = qwen_session(world, "qwen-allow")
+    session, asked, marker = qwen_session(world, "qwen-allow", branch="fix/login")
     figures = {"model's tool call -> request in Vantler":
                ms(session["pending"]["since"] / 1000 - asked)}
-    # No Stop has come yet: the context in use can only come from Qwen Code's chat log.
-    if session.get("stats", {}).get("contextTokens") != 1200:
-        raise Failed(f"the transcript gave no context: {session.get('stats')!r}")
+    # No Stop has come yet: the context in use and the branch can only come from Qwen Code's
+    # chat log.
+    if session.get("stats", {}).get("contextTokens") != 1200 or session.get("branch") != \
+            "fix/login":
+        raise Failed(f"the chat log gave no context or branch: {session!r}")
     if session["stats"].get("model") != QWEN_MODEL:
         raise Failed(f"the session's model reads {session['stats'].get('model')!r}")
     if os.path.exists(marker):
