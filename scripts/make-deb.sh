@@ -13,6 +13,7 @@ DESTDIR=$root cmake --install "$build" --prefix /usr --strip >/dev/null
 gzip -9n "$root/usr/share/man/man1/vantler.1"
 mkdir -p "$root/usr/share/doc/vantler"
 cp README.md "$root/usr/share/doc/vantler/"
+cp data/copyright "$root/usr/share/doc/vantler/copyright"
 
 version=$(sed -n 's/.*kVersion = "\(.*\)";/\1/p' "$build/generated/version.h")
 arch=$(dpkg --print-architecture)

@@ -269,7 +269,7 @@ std::optional<Tail> scanTail(std::string_view text, int maxMembers) {
 Pricing::Usage usageOf(std::string_view json) {
   const char* end = json.data() + json.size();
   // A JSON number; anything else reads as nothing.
-  auto number = [end](const char* s, const char* e) -> std::optional<double> {
+  auto number = [](const char* s, const char* e) -> std::optional<double> {
     if (s >= e || !(*s == '-' || (*s >= '0' && *s <= '9'))) return std::nullopt;
     double v = 0;
     const auto [stop, error] = std::from_chars(s, e, v);

@@ -519,19 +519,23 @@ def print_run(world):
 
 
 def scenario_turn_end(world):
-    world.vantler("disconnect", "claude")
+    """`claude -p` cannot take a reply, so its Stop must not wait for one: a turn with Vantler's
+    hooks ends about as fast as one without. Runs alternate so load on the machine hits both."""
+    print_run(world)  # warms the file cache
+    without, hooked = [], []
     try:
-        print_run(world)  # warms the file cache
-        without = min(print_run(world) for _ in range(2))
+        for _ in range(3):
+            world.vantler("disconnect", "claude")
+            without.append(print_run(world))
+            world.vantler("connect", "claude")
+            hooked.append(print_run(world))
     finally:
         world.vantler("connect", "claude")
-    hooked = min(print_run(world) for _ in range(2))
-    figures = {"claude -p without Vantler": f"{without:.2f} s",
-               "claude -p with Vantler": f"{hooked:.2f} s"}
-    if hooked - without > 0.3:
-        raise KnownFailure(
-            f"a turn's end is delayed by {hooked - without:.1f} s: the Stop hook is held for the "
-            f"reply window although `claude -p` cannot take a reply", figures)
+    figures = {"claude -p without Vantler": f"{min(without):.2f} s",
+               "claude -p with Vantler": f"{min(hooked):.2f} s"}
+    if min(hooked) - min(without) > 0.5:
+        raise KnownFailure(f"a turn's end is {min(hooked) - min(without):.1f} s slower with "
+                           f"Vantler's hooks", figures)
     return figures
 
 
