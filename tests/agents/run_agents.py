@@ -600,10 +600,10 @@ def scenario_codex_approval(world):
 # ---- Qwen Code ----------------------------------------------------------------------------
 
 
-def qwen_session(world, project, branch=None):
+def qwen_session(world, project, branch=None, folder=""):
     """Starts Qwen Code in `project` (a git repository on `branch` when given), asks it to touch
-    `<project>.marker` and waits for Vantler's request. Returns (session, the time the model's
-    tool call went out, the marker)."""
+    `<folder><project>.marker` and waits for Vantler's request. Returns (session, the time the
+    model's tool call went out, the marker)."""
     cwd = world.project(project)
     if branch:
         git = ["git", "-C", cwd, "-c", "user.name=test", "-c", "user.email=test@localhost"]
@@ -613,7 +613,7 @@ def qwen_session(world, project, branch=None):
     world.open_window(project, cwd, [world.clis["qwen"]], **world.qwen_env())
     wait_for("Qwen Code's prompt", lambda: "Type your message" in world.screen(project), 60)
     sent = len(world.requests())
-    world.submit(project, f"RUN: touch {project}.marker", retype=True)
+    world.submit(project, f"RUN: touch {folder}{project}.marker", retype=True)
     asked = wait_for("the model's tool call", lambda: next(
         (r for r in world.requests()[sent:] if "run_shell_command" in json.dumps(
             (r["body"] or {}).get("tools") if isinstance(r["body"], dict) else None)), None), 60)
@@ -622,9 +622,9 @@ def qwen_session(world, project, branch=None):
     pending = session["pending"]
     if pending.get("tool") != "run_shell_command" or "touch" not in pending.get("detail", ""):
         raise Failed(f"the request shows {pending!r}, not the command")
-    if session.get("title") != f"RUN: touch {project}.marker":
+    if session.get("title") != f"RUN: touch {folder}{project}.marker":
         raise Failed(f"the session is titled {session.get('title')!r}, not with the prompt")
-    return session, asked["t"], os.path.join(cwd, f"{project}.marker")
+    return session, asked["t"], os.path.join(cwd, f"{folder}{project}.marker")
 
 
 def scenario_qwen_allow(world):
@@ -681,6 +681,18 @@ def scenario_qwen_deny(world):
     return figures
 
 
+def scenario_qwen_failing(world):
+    session, _, _ = qwen_session(world, "qwen-failing", folder="nothing/")
+    start = time.time()
+    world.vantler("allow", session["id"])
+    failed = wait_for("the tool to show as failed", lambda: [
+        t for t in (world.session("qwen", "qwen-failing") or {}).get("tools", [])
+        if t.get("failed")], 30)
+    if "touch" not in failed[0].get("label", ""):
+        raise Failed(f"the failed tool reads {failed[0]!r}")
+    return {"vantler allow -> shown as failed": ms(time.time() - start)}
+
+
 def scenario_qwen_dialog(world):
     """Left unanswered in Vantler until the hook's time is up, the request moves to Qwen Code's
     own dialog, and the session shows that it waits there. The installed day-long timeout is cut
@@ -728,6 +740,7 @@ SCENARIOS = [
     ("qwen-allow", scenario_qwen_allow),
     ("qwen-deny", scenario_qwen_deny),
     ("qwen-dialog", scenario_qwen_dialog),
+    ("qwen-failing", scenario_qwen_failing),
 ]
 
 
