@@ -2,8 +2,8 @@
 """A scripted model server for running the real agent CLIs offline.
 
 Serves the Anthropic Messages API (for Claude Code), the OpenAI Responses API (for Codex) and
-OpenAI Chat Completions (for Qwen Code and Crush) on 127.0.0.1, all streaming. The script lives in the user's prompt, so one server serves every
-scenario without state:
+OpenAI Chat Completions (for Qwen Code) on 127.0.0.1, all streaming. The script lives in the
+user's prompt, so one server serves every scenario without state:
 
   "RUN: <command>"  the first answer calls the agent's shell tool with <command>; once the
                     conversation holds the tool's result, the answer is the text
