@@ -693,6 +693,23 @@ def scenario_qwen_failing(world):
     return {"vantler allow -> shown as failed": ms(time.time() - start)}
 
 
+def scenario_qwen_cancel(world):
+    """While Vantler holds the request Qwen Code shows only its spinner; Esc there cancels the
+    turn, and the request must not outlive it."""
+    session, _, marker = qwen_session(world, "qwen-cancel")
+    hooks = set(world.strays("vantler-hook"))
+    start = time.time()
+    world.tmux("send-keys", "-t", "qwen-cancel", "Escape")
+    wait_for("the request to leave Vantler",
+             lambda: not (world.session("qwen", "qwen-cancel") or {}).get("pending"), 10)
+    figures = {"Esc in Qwen Code -> gone from Vantler": ms(time.time() - start)}
+    if os.path.exists(marker):
+        raise Failed("the cancelled command ran")
+    if hooks & set(world.strays("vantler-hook")):
+        raise Failed("the hook still waits after the turn was cancelled")
+    return figures
+
+
 def scenario_qwen_dialog(world):
     """Left unanswered in Vantler until the hook's time is up, the request moves to Qwen Code's
     own dialog, and the session shows that it waits there. The installed day-long timeout is cut
@@ -741,6 +758,7 @@ SCENARIOS = [
     ("qwen-deny", scenario_qwen_deny),
     ("qwen-dialog", scenario_qwen_dialog),
     ("qwen-failing", scenario_qwen_failing),
+    ("qwen-cancel", scenario_qwen_cancel),
 ]
 
 
