@@ -86,9 +86,10 @@ test-native:
 test-web:
 	@if [ -x scripts/test-web.sh ]; then scripts/test-web.sh; fi
 
-# The real Claude Code and Codex CLIs (pinned, installed from npm into ~/.cache/vantler-test-agents)
-# against a scripted local model server, hooked to the daemon of the normal build. Skips with
-# one line when npm cannot be reached; VANTLER_AGENTS_STRICT=1 makes known failures fatal.
+# The real Claude Code, Codex and Qwen Code CLIs (pinned, installed from npm into
+# ~/.cache/vantler-test-agents) against a scripted local model server, hooked to the daemon of
+# the normal build. Skips with one line when npm cannot be reached; VANTLER_AGENTS_STRICT=1
+# makes known failures fatal.
 test-agents: build
 	@scripts/deps.sh agents
 	@python3 tests/agents/run_agents.py --build $(BUILD)

@@ -127,6 +127,34 @@ TEST(Hook, ForwardsPayloadAsOneLineAndPrintsTheAnswer) {
   EXPECT_EQ(r.out, "{\"hookSpecificOutput\":{\"decision\":{\"behavior\":\"allow\"}}}\n");
 }
 
+// Kimi's payloads name no transcript: the hook finds the session's wire log under Kimi Code's
+// root or the Kimi CLI's, and follows no session id out of them.
+TEST(Hook, FindsKimisWireLog) {
+  for (const std::string session : {"s1", "c1", "s2", "../9a3c/s1"}) {
+    SCOPED_TRACE(session);
+    TempHome home;
+    const fs::path root = home.path / "kimi-root", share = home.path / "kimi-share";
+    const fs::path wire = root / "sessions/9a3c/s1/agents/main/wire.jsonl";
+    const fs::path cliWire = share / "sessions/77fe/c1/wire.jsonl";
+    fs::create_directories(wire.parent_path());
+    fs::create_directories(cliWire.parent_path());
+    std::ofstream(wire) << "{}\n";
+    std::ofstream(cliWire) << "{}\n";
+    fs::create_directories(root / "sessions/9a3c/s2/agents/main/wire.jsonl");  // not a file
+    FakeApp app(home.path);
+    app.serveOnce(std::nullopt);
+    Process hook(
+        {kHook, "kimi"},
+        {{"HOME", home.path.string()}, {"KIMI_CODE_HOME", root}, {"KIMI_SHARE_DIR", share}},
+        Json{{"session_id", session}, {"hook_event_name", "Stop"}}.dump());
+    EXPECT_EQ(hook.wait(1), 0);
+    const Json sent = Json::parse(app.received(), nullptr, false);
+    EXPECT_EQ(sent.value("transcript_path", ""), session == "s1"   ? wire.string()
+                                                 : session == "c1" ? cliWire.string()
+                                                                   : "");
+  }
+}
+
 // No answer from the app (an empty line, a closed connection, no app at all, a stale socket)
 // prints nothing, except Cursor's and Cline's fallback JSON, and always exits 0 at once.
 TEST(Hook, WithoutAnAnswerPrintsNothingOrCursorsFallback) {

@@ -227,9 +227,32 @@ TEST_F(MoreAgentEvents, EachAgentsPayloadBecomesItsSessionWordsAndMood) {
   EXPECT_EQ(hub->find("cline:t7")->stats.model, "claude-sonnet-4");
   send("qwen", {{"hook_event_name", "Stop"},
                 {"session_id", "q1"},
-                {"input_tokens", 52000},
+                {"context_usage", 0.052},
                 {"context_limit", 1000000}});
+  EXPECT_EQ(hub->find("qwen:q1")->stats.contextTokens, 52000);
+  // Its transcript adds the branch, the first prompt and a newer count; the window of its events
+  // stays.
+  TranscriptStats chat;
+  chat.contextTokens = 61000;
+  chat.branch = "fix/login";
+  chat.firstPrompt = "Fix the login bug";
+  transcripts->byPath["/q/chats/q1.jsonl"] = chat;
+  send("qwen", {{"hook_event_name", "Notification"},
+                {"session_id", "q1"},
+                {"transcript_path", "/q/chats/q1.jsonl"}});
+  EXPECT_EQ(hub->find("qwen:q1")->stats.branch, "fix/login");
+  EXPECT_EQ(hub->find("qwen:q1")->stats.contextTokens, 61000);
   EXPECT_EQ(hub->find("qwen:q1")->stats.contextWindow, 1000000);
+  EXPECT_EQ(hub->find("qwen:q1")->headline(), "Fix the login bug");
+  // Qwen Code hands a tool's result back to the model as a prompt without text: the same turn.
+  send("qwen", {{"hook_event_name", "UserPromptSubmit"}, {"session_id", "q1"}, {"prompt", "Go"}});
+  send("qwen", {{"hook_event_name", "PreToolUse"},
+                {"session_id", "q1"},
+                {"tool_name", "run_shell_command"},
+                {"tool_input", {{"command", "npm test"}}}});
+  send("qwen", {{"hook_event_name", "UserPromptSubmit"}, {"session_id", "q1"}, {"prompt", ""}});
+  EXPECT_EQ(hub->find("qwen:q1")->turnCalls, 1);
+  EXPECT_EQ(hub->find("qwen:q1")->title, "Go");
   send("kimi", {{"hook_event_name", "UserPromptSubmit"},
                 {"session_id", "k1"},
                 {"session_title", "Release notes"},

@@ -12,6 +12,7 @@
 #include "integrations/linux_jump.h"
 #include "integrations/more_agents.h"
 #include "integrations/tmux_replies.h"
+#include "usage/agent_transcripts.h"
 #include "usage/claude_transcripts.h"
 #include "usage/pricing.h"
 
@@ -31,7 +32,7 @@ void jumpLog(const Loop& loop, const std::string& home, const std::string& line)
 
 HubPorts hubPorts(GLibLoop& loop, const std::string& home) {
   HubPorts ports;
-  ports.transcripts = std::make_shared<ClaudeTranscripts>();
+  ports.transcripts = std::make_shared<AnyTranscripts>();
   ports.recent = std::make_shared<ClaudeRecentTranscripts>(loop);
   ports.github = std::make_shared<GitHub>(loop);
   ports.models = std::make_shared<PricingCatalog>();

@@ -79,7 +79,17 @@ std::optional<std::string> ClaudeAdapter::handle(const Json& payload, Hub::Reply
   if (agent != Agent::codex && machine.empty() &&
       JsonField::hasString(payload, "transcript_path")) {
     s.transcript = JsonField::str(payload, "transcript_path");
-    if (auto stats = hub_.transcripts().update(*s.transcript)) s.stats = std::move(*stats);
+    if (auto stats = hub_.transcripts().update(*s.transcript)) {
+      // Other agents send some figures with their events (a model, the context in use, a
+      // title); those stay where their transcript has none.
+      if (agent != Agent::claude) {
+        if (!stats->model) stats->model = s.stats.model;
+        if (!stats->customTitle) stats->customTitle = s.stats.customTitle;
+        if (stats->contextTokens == 0) stats->contextTokens = s.stats.contextTokens;
+        if (stats->contextWindow == 0) stats->contextWindow = s.stats.contextWindow;
+      }
+      s.stats = std::move(*stats);
+    }
   }
 
   const std::string tool = JsonField::str(payload, "tool_name");

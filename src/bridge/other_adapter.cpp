@@ -3,6 +3,7 @@
 // form (AgentAnswers); agents whose hooks can only object show their prompts as waiting in the
 // agent's own window.
 
+#include <cmath>
 #include <utility>
 
 #include "bridge/adapters.h"
@@ -154,10 +155,11 @@ std::optional<std::string> OtherAgentsAdapter::handle(const Json& received, Hub:
   if (const Json* host = JsonField::find(payload, "_host")) out["_host"] = *host;
   if (const Json* machine = JsonField::find(payload, "_machine")) out["_machine"] = *machine;
   if (pid) out["agentPid"] = *pid;
-  // Only Claude Code's transcript format is read; agents that write it too pass its path on.
+  // Agents that write Claude Code's transcript format, and Qwen Code and Kimi Code, whose own
+  // formats are read too, pass its path on.
   if (agent == Agent::qoder || agent == Agent::codebuddy || agent == Agent::gemini ||
       agent == Agent::droid || agent == Agent::copilot || agent == Agent::windsurf ||
-      agent == Agent::opencode) {
+      agent == Agent::opencode || agent == Agent::qwen || agent == Agent::kimi) {
     if (std::string t = top({"transcript_path"}); !t.empty()) out["transcript_path"] = t;
   }
   const std::string key =
@@ -215,6 +217,12 @@ std::optional<std::string> OtherAgentsAdapter::handle(const Json& received, Hub:
   } else if (event == "UserPromptSubmit") {
     std::string prompt = AgentPayloads::promptText(JsonField::find(payload, "prompt"));
     if (prompt.empty()) prompt = field({"user_prompt", "userPrompt", "message"});
+    // Qwen Code (0.24) sends the tool results it hands back to the model as a prompt of their
+    // own, with no text and the turn's prompt_id: the turn goes on.
+    if (prompt.empty() && agent == Agent::qwen) {
+      answer("");
+      return std::nullopt;
+    }
     out["prompt"] = prompt;
   } else if (event == "Stop") {
     std::string last = field({"last_assistant_message", "prompt_response", "response", "error"});
@@ -274,9 +282,14 @@ void OtherAgentsAdapter::noteStats(const std::string& key, const Json& payload) 
   Session s = *found;
   const std::string model = JsonField::str(payload, "model");
   if (!model.empty()) s.stats.model = model;
-  const int64_t used =
-      JsonField::integer(payload, "input_tokens", JsonField::integer(payload, "context_usage"));
+  // Qwen Code's "context_usage" is the share of "context_limit" in use, not a count.
   const int64_t limit = JsonField::integer(payload, "context_limit");
+  const Json* share = JsonField::find(payload, "context_usage");
+  const int64_t used =
+      JsonField::integer(payload, "input_tokens",
+                         share && share->is_number() && share->get<double>() <= 1
+                             ? std::llround(share->get<double>() * static_cast<double>(limit))
+                             : JsonField::integer(payload, "context_usage"));
   if (used > 0 && limit > 0) {
     s.stats.contextTokens = used;
     s.stats.contextWindow = limit;

@@ -16,4 +16,10 @@ namespace AgentSettings {
 void addCrushPermissions(Json& payload, pid_t agentPid, const std::string& home,
                          const std::string& cwd);
 
+// Adds to a Kimi payload the session's wire log as "transcript_path": Kimi Code's
+// "<root>/sessions/<key>/<session_id>/agents/main/wire.jsonl" under KIMI_CODE_HOME (else
+// ~/.kimi-code), or the Kimi CLI's "<root>/sessions/<key>/<session_id>/wire.jsonl" under
+// KIMI_SHARE_DIR (else ~/.kimi), whichever is a regular file. Nothing when there is none.
+void addKimiTranscript(Json& payload, const std::string& home);
+
 }  // namespace AgentSettings

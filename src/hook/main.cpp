@@ -148,6 +148,8 @@ void addSurroundings(Json& payload, std::string_view agent) {
   if (agent == "crush")
     AgentSettings::addCrushPermissions(payload, found.agentPid, homeDirectory(),
                                        JsonField::str(payload, "cwd", cwd));
+  if (agent == "kimi" && !JsonField::hasString(payload, "transcript_path"))
+    AgentSettings::addKimiTranscript(payload, homeDirectory());
   Json host = Json::object();
   if (found.hostPid > 0) host["pid"] = found.hostPid;
   if (!found.bundle.empty()) host["bundle"] = found.bundle;

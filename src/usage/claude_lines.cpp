@@ -437,4 +437,11 @@ std::string projectsDirectory() {
   return Files::home() + "/.claude/projects";
 }
 
+std::string trimmed(std::string_view s) {
+  auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; };
+  while (!s.empty() && blank(s.front())) s.remove_prefix(1);
+  while (!s.empty() && blank(s.back())) s.remove_suffix(1);
+  return std::string(s);
+}
+
 }  // namespace ClaudeLines

@@ -65,6 +65,9 @@ std::optional<Tail> scanTail(std::string_view text, int maxMembers = 8);
 // an object gives all zeros.
 Pricing::Usage usageOf(std::string_view json);
 
+// Text without the blanks and line breaks at its ends.
+std::string trimmed(std::string_view s);
+
 // The decoded text of a string value; nothing for any other kind.
 std::optional<std::string> text(const Value& value);
 

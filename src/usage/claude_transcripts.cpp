@@ -11,6 +11,7 @@
 namespace {
 
 using ClaudeLines::Line;
+using ClaudeLines::trimmed;
 
 // User lines that Claude Code writes for slash commands and shell escapes: not prompts.
 constexpr std::array<std::string_view, 5> kNotPrompts = {
@@ -52,7 +53,6 @@ int64_t contextOf(const std::string& usageText) {
 struct ClaudeTranscripts::State {
   enum class Turn { unknown, answered, prompted, over };
 
-  LineMark mark;
   TranscriptStats stats;
   ClaudeLines::MessageLedger ledger;
   std::string contextUsage;  // usage of the latest main-thread message, not yet counted
@@ -138,35 +138,15 @@ void ClaudeTranscripts::State::finish() {
       (turn == Turn::answered && (stopReason == "end_turn" || stopReason == "stop_sequence"));
 }
 
-ClaudeTranscripts::ClaudeTranscripts() = default;
+ClaudeTranscripts::ClaudeTranscripts() : files_(kSlice) {}
 ClaudeTranscripts::~ClaudeTranscripts() = default;
 
 std::optional<TranscriptStats> ClaudeTranscripts::update(const std::string& path) {
-  auto& state = files_[path];
-  if (!state) state = std::make_unique<State>();
-  bool read = false;
-  const LineReader::Result result = reader_.read(
-      path, state->mark, kSlice,
-      [&](std::string_view l) {
-        state->apply(l);
-        read = true;
-      },
-      [&] {
-        // The reader holds the mark: the figures start again, the mark stays.
-        const LineMark mark = state->mark;
-        *state = State();
-        state->mark = mark;
-      });
-  if (!result.regular) {
-    files_.erase(path);
-    return std::nullopt;
-  }
-  if (read || result.restarted) state->finish();
-  return state->stats;
+  return files_.update(path);
 }
 
 void ClaudeTranscripts::forget(const std::string& path) {
-  files_.erase(path);
+  files_.forget(path);
 }
 
 ClaudeRecentTranscripts::ClaudeRecentTranscripts(Clock clock, std::string projects)

@@ -9,10 +9,10 @@
 #include <unordered_map>
 #include <vector>
 
-#include "core/line_reader.h"
 #include "core/loop.h"
 #include "core/ports.h"
 #include "usage/claude_lines.h"
+#include "usage/transcript_files.h"
 
 // Reads Claude Code transcript files (~/.claude/projects/<project>/<session>.jsonl). Each call
 // reads only what was appended since the previous call for that path and updates the running
@@ -36,8 +36,7 @@ class ClaudeTranscripts final : public TranscriptReader {
 
  private:
   struct State;
-  std::unordered_map<std::string, std::unique_ptr<State>> files_;
-  LineReader reader_;
+  TranscriptFiles<State> files_;
 };
 
 // Claude Code transcripts changed in the last two hours, newest first, at most twelve: the

@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 """A scripted model server for running the real agent CLIs offline.
 
-Serves the Anthropic Messages API (for Claude Code) and the OpenAI Responses API (for Codex)
-on 127.0.0.1, both streaming. The script lives in the user's prompt, so one server serves every
-scenario without state:
+Serves the Anthropic Messages API (for Claude Code), the OpenAI Responses API (for Codex) and
+OpenAI Chat Completions (for Qwen Code) on 127.0.0.1, all streaming. The script lives in the
+user's prompt, so one server serves every scenario without state:
 
   "RUN: <command>"  the first answer calls the agent's shell tool with <command>; once the
                     conversation holds the tool's result, the answer is the text
@@ -203,6 +203,86 @@ def responses_events(body, serial):
     yield "response.completed", {"type": "response.completed", "response": done}
 
 
+# ---- OpenAI Chat Completions --------------------------------------------------------------
+
+SHELL_TOOLS = ("run_shell_command", "bash", "shell")
+
+
+def chat_plan(body):
+    prompt, result = None, None
+    for m in body.get("messages") or []:
+        if not isinstance(m, dict):
+            continue
+        if m.get("role") == "tool":
+            result = text_of(m.get("content")) or "(no output)"
+        elif m.get("role") == "user" and RUN.search(text_of(m.get("content"))):
+            prompt, result = text_of(m.get("content")), None
+    return plan(prompt, result)
+
+
+def chat_tool_call(body, command):
+    """A call of the shell tool the agent offers, with the arguments its schema requires."""
+    offered = {}
+    for t in body.get("tools") or []:
+        function = t.get("function") if isinstance(t, dict) else None
+        if isinstance(function, dict) and function.get("name") in SHELL_TOOLS:
+            offered[function["name"]] = (function.get("parameters") or {}).get("properties") or {}
+    name = next((n for n in SHELL_TOOLS if n in offered), None)
+    if name is None:
+        return None
+    args = {"command": command}
+    if "description" in offered[name]:
+        args["description"] = "Run the requested command"
+    if "is_background" in offered[name]:
+        args["is_background"] = False
+    return name, args
+
+
+def chat_events(body, serial):
+    """Chat completion chunks: a shell tool call when the script asks for one, else text."""
+    kind, value = chat_plan(body)
+    call = chat_tool_call(body, value) if kind != "text" else None
+    base = {"id": f"chatcmpl-fake{serial}", "object": "chat.completion.chunk",
+            "created": int(time.time()), "model": body.get("model") or "fake-model"}
+
+    def chunk(delta, finish=None):
+        return dict(base, choices=[{"index": 0, "delta": delta, "finish_reason": finish}])
+
+    yield chunk({"role": "assistant", "content": ""})
+    if call:
+        name, args = call
+        yield chunk({"tool_calls": [{"index": 0, "id": f"call_fake{serial}", "type": "function",
+                                     "function": {"name": name, "arguments": ""}}]})
+        yield chunk({"tool_calls": [{"index": 0, "function": {"arguments": json.dumps(args)}}]})
+        yield chunk({}, "tool_calls")
+    else:
+        yield chunk({"content": value if kind == "text" else "Nothing to do."})
+        yield chunk({}, "stop")
+    yield dict(base, choices=[], usage={"prompt_tokens": 1200, "completion_tokens": 9,
+                                        "total_tokens": 1209})
+
+
+def chat_message(body, serial):
+    """The same answer, not streamed."""
+    message, finish = {"role": "assistant", "content": None}, "stop"
+    for c in chat_events(body, serial):
+        for choice in c["choices"]:
+            delta = choice["delta"]
+            if delta.get("content"):
+                message["content"] = (message["content"] or "") + delta["content"]
+            for call in delta.get("tool_calls") or []:
+                if "id" in call:
+                    message["tool_calls"] = [call]
+                else:
+                    message["tool_calls"][0]["function"]["arguments"] += \
+                        call["function"]["arguments"]
+            finish = choice["finish_reason"] or finish
+    return {"id": f"chatcmpl-fake{serial}", "object": "chat.completion",
+            "created": int(time.time()), "model": body.get("model") or "fake-model",
+            "choices": [{"index": 0, "message": message, "finish_reason": finish}],
+            "usage": {"prompt_tokens": 1200, "completion_tokens": 9, "total_tokens": 1209}}
+
+
 # ---- HTTP ---------------------------------------------------------------------------------
 
 
@@ -237,8 +317,11 @@ class Handler(BaseHTTPRequestHandler):
         self.send_header("Connection", "close")
         self.end_headers()
         for name, data in events:
-            self.wfile.write(f"event: {name}\ndata: {json.dumps(data)}\n\n".encode())
+            line = f"event: {name}\n" if name else ""
+            self.wfile.write(f"{line}data: {json.dumps(data)}\n\n".encode())
             self.wfile.flush()
+        if self.path.split("?")[0].endswith("/chat/completions"):
+            self.wfile.write(b"data: [DONE]\n\n")
         self.close_connection = True
 
     def do_GET(self):
@@ -278,6 +361,11 @@ class Handler(BaseHTTPRequestHandler):
                 self.send_json(200, anthropic_message(body, serial))
         elif path.endswith("/responses"):
             self.send_stream(responses_events(body, serial))
+        elif path.endswith("/chat/completions"):
+            if body.get("stream"):
+                self.send_stream((None, c) for c in chat_events(body, serial))
+            else:
+                self.send_json(200, chat_message(body, serial))
         else:
             self.send_json(404, {"error": {"type": "not_found", "message": path}})
 
