@@ -391,7 +391,7 @@ TEST_F(MoreAgentFiles, SettingsFilesComeBackByteForByte) {
       "        \"Stop\": [{\"hooks\": [{\"type\": \"command\", \"command\": "
       "\"notify-send done\"}]}]\n    }\n}\n";
   const std::vector<Case> cases = {
-      {"qwen", "/.qwen/settings.json", json, {"\"timeout\": 86400000", "\"timeout\": 10000"}},
+      {"qwen", "/.qwen/settings.json", json, {"\"timeout\": 60000", "\"timeout\": 10000"}},
       {"qoder", "/.qoder/settings.json", json, {"\"timeout\": 86400", "vantler-hook\\\" qoder"}},
       {"codebuddy", "/.codebuddy/settings.json", "{}", {"vantler-hook\\\" codebuddy"}},
       {"devin",

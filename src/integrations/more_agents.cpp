@@ -40,8 +40,10 @@ struct Row {
 };
 
 // Timeouts in each agent's unit: a day for a request the user answers in the panel, ten
-// seconds for every event answered at once.
-constexpr int64_t kDay = 86400, kSoon = 10, kMs = 1000;
+// seconds for every event answered at once. Qwen Code shows only a spinner while its hook holds
+// a request, so after a minute the request goes back to its own dialog (the panel then says to
+// answer in the terminal).
+constexpr int64_t kDay = 86400, kSoon = 10, kMs = 1000, kQwenHandover = 60;
 
 // Qoder and CodeBuddy Code copy Claude Code's events and seconds.
 const std::vector<GroupEvent> kClaudeShaped = {
@@ -61,7 +63,7 @@ const std::vector<Row>& rows() {
         {"PreToolUse", true, kSoon * kMs},
         {"PostToolUse", true, kSoon * kMs},
         {"PostToolUseFailure", true, kSoon * kMs},
-        {"PermissionRequest", true, kDay * kMs},
+        {"PermissionRequest", true, kQwenHandover * kMs},
         {"Notification", true, kSoon * kMs},
         {"Stop", false, kSoon * kMs},
         {"PreCompact", false, kSoon * kMs}},

@@ -712,14 +712,14 @@ def scenario_qwen_cancel(world):
 
 def scenario_qwen_dialog(world):
     """Left unanswered in Vantler until the hook's time is up, the request moves to Qwen Code's
-    own dialog, and the session shows that it waits there. The installed day-long timeout is cut
-    to 3 s (Qwen Code counts it in milliseconds) for this one window."""
+    own dialog, and the session shows that it waits there. The installed minute-long timeout is
+    cut to 3 s (Qwen Code counts it in milliseconds) for this one window."""
     path = os.path.join(world.home, ".qwen", "settings.json")
     with open(path, encoding="utf-8") as f:
         installed = f.read()
-    shortened, held = re.subn(r'("timeout":\s*)86400000\b', r"\g<1>3000", installed)
+    shortened, held = re.subn(r'("timeout":\s*)60000\b', r"\g<1>3000", installed)
     if held != 1:
-        raise Failed("`vantler connect qwen` installed no day-long PermissionRequest hook")
+        raise Failed("`vantler connect qwen` installed no minute-long PermissionRequest hook")
     with open(path, "w", encoding="utf-8") as f:
         f.write(shortened)
     try:
