@@ -75,11 +75,15 @@ std::optional<std::string> ClaudeAdapter::handle(const Json& payload, Hub::Reply
   s.machine = machine;
   copySurroundings(hub_, s, payload);
   // Codex's transcript is its rollout log, which the Codex watcher reads; a transcript on
-  // another machine is not read.
-  if (agent != Agent::codex && machine.empty() &&
-      JsonField::hasString(payload, "transcript_path")) {
-    s.transcript = JsonField::str(payload, "transcript_path");
-    if (auto stats = hub_.transcripts().update(*s.transcript)) s.stats = std::move(*stats);
+  // another machine is read there, in the background.
+  if (agent != Agent::codex && JsonField::hasString(payload, "transcript_path")) {
+    const std::string path = JsonField::str(payload, "transcript_path");
+    if (!machine.empty()) {
+      hub_.hostTranscripts().follow(key, machine, path);
+    } else {
+      s.transcript = path;
+      if (auto stats = hub_.transcripts().update(path)) s.stats = std::move(*stats);
+    }
   }
 
   const std::string tool = JsonField::str(payload, "tool_name");

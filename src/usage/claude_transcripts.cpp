@@ -50,24 +50,12 @@ int64_t contextOf(const std::string& usageText) {
 }  // namespace
 
 struct ClaudeTranscripts::State {
-  enum class Turn { unknown, answered, prompted, over };
-
   LineMark mark;
-  TranscriptStats stats;
-  ClaudeLines::MessageLedger ledger;
-  std::string contextUsage;  // usage of the latest main-thread message, not yet counted
-  bool longContext = false;
-  // The latest event of the conversation: an assistant message (with its stop reason), a prompt,
-  // or a sign that the turn is over.
-  Turn turn = Turn::unknown;
-  std::string lastMessage;
-  std::string stopReason;
-
-  void apply(std::string_view text);
-  void finish();
+  ClaudeFigures figures;
 };
 
-void ClaudeTranscripts::State::apply(std::string_view text) {
+void ClaudeFigures::add(std::string_view text) {
+  dirty = true;
   Line line;
   if (!ClaudeLines::scan(text, line)) return;
   auto keep = [](std::optional<std::string>& field, const ClaudeLines::Value& value) {
@@ -121,7 +109,9 @@ void ClaudeTranscripts::State::apply(std::string_view text) {
   }
 }
 
-void ClaudeTranscripts::State::finish() {
+const TranscriptStats& ClaudeFigures::figures() {
+  if (!dirty) return stats;
+  dirty = false;
   ledger.settle([this](const auto* before, const auto& after) {
     stats.cost += after.cost - (before ? before->cost : 0);
   });
@@ -132,10 +122,11 @@ void ClaudeTranscripts::State::finish() {
   const auto rate = stats.model ? Pricing::rate(*stats.model) : std::nullopt;
   const int64_t standard = rate && rate->window > 0 ? rate->window : 200'000;
   if (stats.contextTokens > standard) longContext = true;
-  stats.contextWindow = longContext ? kLongContextWindow : 0;
+  stats.contextWindow = longContext ? ClaudeTranscripts::kLongContextWindow : 0;
   stats.endedTurn =
       turn == Turn::over ||
       (turn == Turn::answered && (stopReason == "end_turn" || stopReason == "stop_sequence"));
+  return stats;
 }
 
 ClaudeTranscripts::ClaudeTranscripts() = default;
@@ -144,25 +135,15 @@ ClaudeTranscripts::~ClaudeTranscripts() = default;
 std::optional<TranscriptStats> ClaudeTranscripts::update(const std::string& path) {
   auto& state = files_[path];
   if (!state) state = std::make_unique<State>();
-  bool read = false;
   const LineReader::Result result = reader_.read(
-      path, state->mark, kSlice,
-      [&](std::string_view l) {
-        state->apply(l);
-        read = true;
-      },
-      [&] {
-        // The reader holds the mark: the figures start again, the mark stays.
-        const LineMark mark = state->mark;
-        *state = State();
-        state->mark = mark;
-      });
+      path, state->mark, kSlice, [&](std::string_view l) { state->figures.add(l); },
+      // The reader holds the mark: the figures start again, the mark stays.
+      [&] { state->figures = ClaudeFigures(); });
   if (!result.regular) {
     files_.erase(path);
     return std::nullopt;
   }
-  if (read || result.restarted) state->finish();
-  return state->stats;
+  return state->figures.figures();
 }
 
 void ClaudeTranscripts::forget(const std::string& path) {
