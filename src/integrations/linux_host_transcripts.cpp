@@ -1,5 +1,7 @@
 #include "integrations/linux_host_transcripts.h"
 
+#include <algorithm>
+
 #include "integrations/remote_hosts.h"
 
 HostTranscriptReader::HostTranscriptReader(Loop& loop, Parser parser)
@@ -11,6 +13,12 @@ HostTranscriptReader::~HostTranscriptReader() {
 
 void HostTranscriptReader::follow(const std::string& id, const std::string& machine,
                                   const std::string& path) {
+  if (sessions_.size() >= kMaxSessions && !sessions_.count(id)) {
+    // The session whose last event is oldest gives way.
+    sessions_.erase(std::min_element(sessions_.begin(), sessions_.end(), [](auto& a, auto& b) {
+      return a.second.lastEvent < b.second.lastEvent;
+    }));
+  }
   Followed& f = sessions_[id];
   if (f.host != machine || f.path != path) {
     f = Followed{machine, path, ++serial_, 0, HostTail(), parser_()};

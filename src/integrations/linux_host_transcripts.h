@@ -24,6 +24,7 @@ class HostTranscriptReader final : public HostTranscripts {
   static constexpr double kRecent = 600;  // a session is read this long after its last event
   static constexpr double kDeadline = 15;
   static constexpr size_t kCap = 1u << 20;  // bytes one fetch brings
+  static constexpr size_t kMaxSessions = 64;
 
   // A fresh parser for one transcript's lines.
   using Parser = std::function<std::unique_ptr<TranscriptFigures>()>;
