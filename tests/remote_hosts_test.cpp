@@ -1,8 +1,16 @@
-// How Vantler reaches a remote host: the ssh command line and the messages of a failed login.
+// How Vantler reaches a remote host: the ssh command line, the messages of a failed login, and
+// the script that reads transcripts there.
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
+#include <filesystem>
+#include <fstream>
+
+#include "integrations/host_transcripts.h"
 #include "integrations/remote_hosts.h"
+#include "process.h"
+#include "test_support.h"
 
 using ::testing::ElementsAre;
 
@@ -34,4 +42,49 @@ TEST(RemoteHosts, FailedLoginsSayWhatToRunFirst) {
   EXPECT_EQ(RemoteHosts::loginProblem(
                 "devbox", "ssh: connect to host devbox port 22: Connection refused\r\n"),
             "cannot reach devbox: ssh: connect to host devbox port 22: Connection refused");
+}
+
+// The fetch script run by a real shell on files here, fetch after fetch, as it runs on a host:
+// what it sends must land on line boundaries in the end, whatever the cap cut.
+TEST(HostFetch, FollowsTranscriptsAcrossCapsAppendsAndTruncation) {
+  TempHome dir;
+  const std::string a = dir.path() + "/a.jsonl", fifo = dir.path() + "/fifo";
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  HostTail tail;
+  std::vector<std::string> lines;
+  int restarts = 0;
+  auto fetch = [&](size_t cap) {
+    auto args = HostFetch::arguments(cap, {{a, tail.offset()}, {fifo, 0}});
+    args.insert(args.begin(), {"/bin/sh", "-c", HostFetch::script(), "sh"});
+    Process sh(args, {});
+    ASSERT_EQ(sh.wait(10), 0) << sh.err();
+    auto pieces = HostFetch::parse(sh.out(), 2);
+    ASSERT_TRUE(pieces);
+    EXPECT_FALSE((*pieces)[1].found);
+    EXPECT_TRUE(tail.take((*pieces)[0], [&] { ++restarts, lines.clear(); },
+                          [&](std::string_view l) { lines.emplace_back(l); }));
+  };
+  std::ofstream(a) << "{\"one\":1}\n{\"two\":\"é";
+  fetch(19);  // cut inside the second line's "é"
+  EXPECT_THAT(lines, ElementsAre("{\"one\":1}"));
+  fetch(1 << 20);
+  EXPECT_THAT(lines, ElementsAre("{\"one\":1}"));
+  std::ofstream(a, std::ios::app) << "\"}\n{\"three\":3}\n";
+  fetch(1 << 20);
+  EXPECT_THAT(lines, ElementsAre("{\"one\":1}", "{\"two\":\"é\"}", "{\"three\":3}"));
+  EXPECT_EQ(tail.offset(), std::filesystem::file_size(a));
+
+  // Shorter than what was read: read again from its start, figures from scratch.
+  std::ofstream(a, std::ios::trunc) << "{\"new\":1}\n";
+  fetch(1 << 20);
+  EXPECT_EQ(restarts, 1);
+  EXPECT_THAT(lines, ElementsAre("{\"new\":1}"));
+
+  // An answer cut short or not the script's is left aside whole, and so is a piece that does
+  // not continue where the reading stands.
+  EXPECT_FALSE(HostFetch::parse("0 10\n{\"a\":1}\n", 1));
+  EXPECT_FALSE(HostFetch::parse("0 2\nab\n-\n", 1));
+  EXPECT_FALSE(tail.take(
+      {true, 4, "x\n"}, [] {}, [](std::string_view) {}));
+  EXPECT_THAT(lines, ElementsAre("{\"new\":1}"));
 }

@@ -36,6 +36,22 @@ void write(const std::string& path, const std::string& text, unsigned mode = 060
   ASSERT_FALSE(Files::writeAtomic(path, text, mode));
 }
 
+// An assistant message of a Claude Code transcript, with its model and usage.
+std::string assistant(const std::string& id, int input, int cacheRead) {
+  Json usage = {
+      {"input_tokens", input}, {"output_tokens", 50}, {"cache_read_input_tokens", cacheRead}};
+  return Json{{"type", "assistant"},
+              {"requestId", "q" + id},
+              {"message",
+               {{"id", id},
+                {"model", "claude-sonnet-4-5-20250929"},
+                {"role", "assistant"},
+                {"stop_reason", "tool_use"},
+                {"usage", usage}}}}
+             .dump() +
+         "\n";
+}
+
 bool waitFor(const std::function<bool()>& done, double seconds = 10) {
   auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
   while (std::chrono::steady_clock::now() < deadline) {
@@ -180,10 +196,14 @@ TEST_F(RemoteTest, HostAgentsReachThePanelThroughTheTunnel) {
   ASSERT_EQ(::stat(settings.c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 0777, 0640u);
 
-  // A tool call there shows here, under an id of its own and with the host's name.
-  const std::string id = "claude@devbox:r1";
-  Json pre = {{"session_id", "r1"},  {"hook_event_name", "PreToolUse"},     {"cwd", "/srv/api"},
-              {"tool_name", "Bash"}, {"tool_input", {{"command", "make"}}}, {"tool_use_id", "t1"}};
+  // A tool call there shows here, under an id of its own and with the host's name; the figures
+  // come from its transcript there.
+  const std::string id = "claude@devbox:r1", transcript = host + "/.claude/projects/r1.jsonl";
+  write(transcript, assistant("m1", 1000, 20000));
+  Json pre = {
+      {"session_id", "r1"},           {"hook_event_name", "PreToolUse"},     {"cwd", "/srv/api"},
+      {"tool_name", "Bash"},          {"tool_input", {{"command", "make"}}}, {"tool_use_id", "t1"},
+      {"transcript_path", transcript}};
   ASSERT_TRUE(waitFor([&] {
     hostHook(pre)->wait(5);
     return session(id).is_object();
@@ -195,6 +215,37 @@ TEST_F(RemoteTest, HostAgentsReachThePanelThroughTheTunnel) {
   EXPECT_EQ(s["project"], "api");
   EXPECT_EQ(s["activity"], "Running make");
   EXPECT_EQ(session("claude:r1"), nullptr);
+  EXPECT_TRUE(waitFor([&] { return session(id)["stats"]["contextTokens"] == 21000; }));
+  EXPECT_EQ(session(id)["stats"]["model"], "Sonnet 4.5");
+  EXPECT_GT(session(id)["stats"]["cost"], 0);
+  // Lines added later come without an event.
+  std::ofstream(transcript, std::ios::app) << assistant("m2", 3000, 40000);
+  const auto appended = std::chrono::steady_clock::now();
+  EXPECT_TRUE(waitFor([&] { return session(id)["stats"]["contextTokens"] == 43000; }));
+  std::printf("host transcript line -> figure in vantler state: %.2f s\n",
+              std::chrono::duration<double>(std::chrono::steady_clock::now() - appended).count());
+
+  // A host that stops answering (its connection frozen while a read hangs on it) slows nothing
+  // here.
+  pid_t frozen = tunnelTo(hostSocket());
+  ASSERT_GT(frozen, 0);
+  ::kill(frozen, SIGSTOP);
+  std::ofstream(transcript, std::ios::app) << assistant("m3", 4000, 40000);
+  std::this_thread::sleep_for(std::chrono::seconds(4));
+  const auto local = std::chrono::steady_clock::now();
+  Process({kBin + "/vantler-hook", "claude"}, env(),
+          Json{{"session_id", "l1"},
+               {"hook_event_name", "PreToolUse"},
+               {"cwd", "/tmp"},
+               {"tool_name", "Bash"},
+               {"tool_input", {{"command", "ls"}}}}
+              .dump())
+      .wait(5);
+  EXPECT_TRUE(session("claude:l1").is_object());
+  EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - local).count(), 5);
+  EXPECT_EQ(session(id)["stats"]["contextTokens"], 43000);
+  ::kill(frozen, SIGCONT);
+  EXPECT_TRUE(waitFor([&] { return session(id)["stats"]["contextTokens"] == 44000; }, 30));
 
   // A permission request there is answered here, on the connection that asked.
   Json ask = pre;

@@ -122,6 +122,7 @@ class HubTest : public ::testing::Test {
                    },
                    nullptr,
                    [this](int32_t pid) { return headless.count(pid) > 0; },
+                   nullptr,
                    nullptr};
     hub = std::make_unique<Hub>(loop, defaults, ports, HubOptions{home.path(), debugAnswer, true});
     hub->onChange = [this] { ++changes; };

@@ -205,11 +205,13 @@ int status() {
     }
     std::printf("%s: %s; agents: %s; %s\n", h.name.c_str(), state.c_str(),
                 agents.empty() ? "none" : agents.c_str(), last.c_str());
+    if (std::find(h.agents.begin(), h.agents.end(), "codex") != h.agents.end())
+      std::printf(
+          "%s: Codex sessions there are followed through their hooks only; their logs "
+          "are not read yet (no model, context or cost).\n",
+          h.name.c_str());
   }
   if (hosts.empty()) std::puts("No remote hosts ('vantler remote add <host>').");
-  std::puts(
-      "Codex sessions on remote hosts are followed through their hooks only (their logs "
-      "are not read), and model, context and cost of remote sessions are not shown.");
   return 0;
 }
 

@@ -9,6 +9,7 @@
 #include "core/files.h"
 #include "integrations/github.h"
 #include "integrations/installers.h"
+#include "integrations/linux_host_transcripts.h"
 #include "integrations/linux_jump.h"
 #include "integrations/more_agents.h"
 #include "integrations/tmux_replies.h"
@@ -30,8 +31,10 @@ void jumpLog(const Loop& loop, const std::string& home, const std::string& line)
   std::ofstream(home + "/.vantler/hover.log", std::ios::app) << stamp << "JUMP " << line << '\n';
 }
 
-HubPorts hubPorts(GLibLoop& loop, const std::string& home) {
+HubPorts hubPorts(GLibLoop& loop, const std::string& home,
+                  std::shared_ptr<HostTranscriptReader> hostTranscripts) {
   HubPorts ports;
+  ports.hostTranscripts = std::move(hostTranscripts);
   ports.transcripts = std::make_shared<AnyTranscripts>();
   ports.recent = std::make_shared<ClaudeRecentTranscripts>(loop);
   ports.github = std::make_shared<GitHub>(loop);
@@ -55,8 +58,13 @@ HubOptions hubOptions(const std::string& home) {
 Services::Services(GLibLoop& loop, std::string home)
     : loop_(loop),
       home_(std::move(home)),
-      hub_(loop, defaults_, hubPorts(loop, home_), hubOptions(home_)),
+      hostTranscripts_(std::make_shared<HostTranscriptReader>(
+          loop, [] { return std::make_unique<ClaudeFigures>(); })),
+      hub_(loop, defaults_, hubPorts(loop, home_, hostTranscripts_), hubOptions(home_)),
       codex_(hub_, loop, home_) {
+  hostTranscripts_->onFigures = [this](const std::string& id, const TranscriptStats& stats) {
+    return hub_.hostFigures(id, stats);
+  };
   Integrations::registerPrefs();
   JsonField::depthRejected = +[](size_t bytes, size_t depth) {
     g_warning("Vantler: dropped %zu bytes of JSON nested deeper than %zu levels", bytes, depth);
@@ -100,6 +108,9 @@ void Services::startSessions() {
   if (bridge_ && !tunnels_) {
     tunnels_ = std::make_unique<Tunnels>(loop_, bridge_->path(), &Bridge::socketPath);
     bridge_->setMachineOf([this](int32_t pid) { return tunnels_->machineOf(pid); });
+    hostTranscripts_->command = [this](const std::string& host) {
+      return tunnels_ ? tunnels_->sshThrough(host) : std::nullopt;
+    };
     tunnels_->reload();
   }
 }
@@ -140,6 +151,7 @@ void Services::refreshHooks() {
 
 void Services::stop() {
   if (bridge_) bridge_->setMachineOf({});
+  hostTranscripts_->command = {};
   tunnels_.reset();
   if (bridge_) bridge_->stop();
 }

@@ -12,6 +12,7 @@
 #include "core/hub.h"
 #include "core/linux_glib_loop.h"
 #include "integrations/codex_watcher.h"
+#include "integrations/linux_host_transcripts.h"
 #include "integrations/linux_tunnels.h"
 
 class Services {
@@ -44,6 +45,8 @@ class Services {
   GLibLoop& loop_;
   std::string home_;
   Defaults defaults_;
+  // Reads the transcripts of remote sessions through the tunnels' connections.
+  std::shared_ptr<HostTranscriptReader> hostTranscripts_;
   Hub hub_;
   CodexWatcher codex_;
   std::unique_ptr<Bridge> bridge_;

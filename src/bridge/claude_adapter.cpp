@@ -75,20 +75,24 @@ std::optional<std::string> ClaudeAdapter::handle(const Json& payload, Hub::Reply
   s.machine = machine;
   copySurroundings(hub_, s, payload);
   // Codex's transcript is its rollout log, which the Codex watcher reads; a transcript on
-  // another machine is not read.
-  if (agent != Agent::codex && machine.empty() &&
-      JsonField::hasString(payload, "transcript_path")) {
-    s.transcript = JsonField::str(payload, "transcript_path");
-    if (auto stats = hub_.transcripts().update(*s.transcript)) {
-      // Other agents send some figures with their events (a model, the context in use, a
-      // title); those stay where their transcript has none.
-      if (agent != Agent::claude) {
-        if (!stats->model) stats->model = s.stats.model;
-        if (!stats->customTitle) stats->customTitle = s.stats.customTitle;
-        if (stats->contextTokens == 0) stats->contextTokens = s.stats.contextTokens;
-        if (stats->contextWindow == 0) stats->contextWindow = s.stats.contextWindow;
+  // another machine is read there, in the background.
+  if (agent != Agent::codex && JsonField::hasString(payload, "transcript_path")) {
+    const std::string path = JsonField::str(payload, "transcript_path");
+    if (!machine.empty()) {
+      hub_.hostTranscripts().follow(key, machine, path);
+    } else {
+      s.transcript = path;
+      if (auto stats = hub_.transcripts().update(path)) {
+        // Other agents send some figures with their events (a model, the context in use, a
+        // title); those stay where their transcript has none.
+        if (agent != Agent::claude) {
+          if (!stats->model) stats->model = s.stats.model;
+          if (!stats->customTitle) stats->customTitle = s.stats.customTitle;
+          if (stats->contextTokens == 0) stats->contextTokens = s.stats.contextTokens;
+          if (stats->contextWindow == 0) stats->contextWindow = s.stats.contextWindow;
+        }
+        s.stats = std::move(*stats);
       }
-      s.stats = std::move(*stats);
     }
   }
 

@@ -15,6 +15,11 @@ class NoTranscripts final : public TranscriptReader {
   std::optional<TranscriptStats> update(const std::string&) override { return std::nullopt; }
 };
 
+class NoHostTranscripts final : public HostTranscripts {
+ public:
+  void follow(const std::string&, const std::string&, const std::string&) override {}
+};
+
 class NoPullRequests final : public PullRequests {
  public:
   void refresh(const std::vector<std::string>&, bool) override {}
@@ -45,6 +50,7 @@ Hub::Hub(Loop& loop, Defaults& defaults, HubPorts ports, HubOptions options)
       options_(std::move(options)),
       self_(std::make_shared<Hub*>(this)) {
   if (!ports_.transcripts) ports_.transcripts = std::make_shared<NoTranscripts>();
+  if (!ports_.hostTranscripts) ports_.hostTranscripts = std::make_shared<NoHostTranscripts>();
   if (!ports_.github) ports_.github = std::make_shared<NoPullRequests>();
   if (!ports_.recent) ports_.recent = std::make_shared<NoRecentTranscripts>();
   if (!ports_.jumper) ports_.jumper = std::make_shared<NoJumper>();
@@ -144,6 +150,15 @@ void Hub::evictEnded() {
   std::unordered_set<std::string> gone;
   for (auto it = ended.begin(); it != cut; ++it) gone.insert(it->second->id);
   std::erase_if(sessions_, [&](const Session& s) { return gone.count(s.id) > 0; });
+}
+
+bool Hub::hostFigures(const std::string& id, const TranscriptStats& stats) {
+  const Session* found = find(id);
+  if (!found) return false;
+  Session s = *found;
+  s.stats = stats;
+  store(std::move(s));
+  return true;
 }
 
 void Hub::changed() {

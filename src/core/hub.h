@@ -144,6 +144,10 @@ class Hub {
   Defaults& defaults() { return defaults_; }
   const std::string& home() const { return options_.home; }
   TranscriptReader& transcripts() { return *ports_.transcripts; }
+  HostTranscripts& hostTranscripts() { return *ports_.hostTranscripts; }
+  // The figures of the transcript of session `id`, read on its machine; false when the hub no
+  // longer has that session.
+  bool hostFigures(const std::string& id, const TranscriptStats& stats);
   PullRequests& github() { return *ports_.github; }
   // Queues a task that does nothing once the hub is gone.
   void later(double seconds, std::function<void(Hub&)> task);

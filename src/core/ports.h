@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "core/json.h"
@@ -18,6 +19,26 @@ class TranscriptReader {
   virtual ~TranscriptReader() = default;
   // Reads what was appended to a transcript since the last call and returns its figures.
   virtual std::optional<TranscriptStats> update(const std::string& path) = 0;
+};
+
+// The figures of one transcript taken in line by line, whatever carries the lines.
+class TranscriptFigures {
+ public:
+  virtual ~TranscriptFigures() = default;
+  virtual void add(std::string_view line) = 0;
+  // The figures of every line added so far.
+  virtual const TranscriptStats& figures() = 0;
+};
+
+// Transcripts of sessions on other machines, read there in the background. Their figures reach
+// the hub through `Hub::hostFigures`.
+class HostTranscripts {
+ public:
+  virtual ~HostTranscripts() = default;
+  // The session `id` on `machine` writes its transcript at `path` there. Called on each of the
+  // session's events; a session is read while its events are recent.
+  virtual void follow(const std::string& id, const std::string& machine,
+                      const std::string& path) = 0;
 };
 
 struct PullRequest {
@@ -98,4 +119,5 @@ struct HubPorts {
   std::function<bool(int32_t pid)> headless;
   // Replies to turns the app no longer holds go through the agent's terminal.
   std::shared_ptr<TerminalReplies> typist;
+  std::shared_ptr<HostTranscripts> hostTranscripts;  // none: remote sessions show no figures
 };

@@ -8,6 +8,7 @@ struct Subprocesses::Run {
   GCancellable* cancellable;
   Done done;
   Loop::TaskId limit = 0;
+  bool bytes = false;  // the output is taken as bytes, not checked as UTF-8
 };
 
 Subprocesses::~Subprocesses() {
@@ -42,27 +43,44 @@ bool Subprocesses::run(const std::vector<std::string>& args, const Options& opti
     g_cancellable_cancel(run->cancellable);
     g_subprocess_force_exit(run->process);
   });
-  g_subprocess_communicate_utf8_async(process, nullptr, run->cancellable,
-                                      &Subprocesses::communicated, run);
+  run->bytes = options.bytes;
+  if (options.bytes)
+    g_subprocess_communicate_async(process, nullptr, run->cancellable, &Subprocesses::communicated,
+                                   run);
+  else
+    g_subprocess_communicate_utf8_async(process, nullptr, run->cancellable,
+                                        &Subprocesses::communicated, run);
   return true;
 }
 
 void Subprocesses::communicated(GObject* source, GAsyncResult* result, gpointer data) {
   auto* run = static_cast<Run*>(data);
-  char* out = nullptr;
-  char* err = nullptr;
   GError* error = nullptr;
   Result r;
-  r.finished =
-      g_subprocess_communicate_utf8_finish(G_SUBPROCESS(source), result, &out, &err, &error);
+  if (run->bytes) {
+    GBytes* out = nullptr;
+    GBytes* err = nullptr;
+    r.finished = g_subprocess_communicate_finish(G_SUBPROCESS(source), result, &out, &err, &error);
+    for (auto [bytes, text] : {std::pair{out, &r.out}, std::pair{err, &r.err}}) {
+      if (!bytes) continue;
+      gsize size = 0;
+      const char* data = static_cast<const char*>(g_bytes_get_data(bytes, &size));
+      if (data) text->assign(data, size);
+      g_bytes_unref(bytes);
+    }
+  } else {
+    char* out = nullptr;
+    char* err = nullptr;
+    r.finished =
+        g_subprocess_communicate_utf8_finish(G_SUBPROCESS(source), result, &out, &err, &error);
+    r.out = out ? out : "";
+    r.err = err ? err : "";
+    g_free(out);
+    g_free(err);
+  }
+  g_clear_error(&error);
   r.exited0 = r.finished && g_subprocess_get_if_exited(run->process) &&
               g_subprocess_get_exit_status(run->process) == 0;
-  r.out = out ? out : "";
-  r.err = err ? err : "";
-  g_free(out);
-  g_free(err);
-  g_clear_error(&error);
-
   Subprocesses* owner = run->owner;
   Done done = std::move(run->done);
   if (owner) {

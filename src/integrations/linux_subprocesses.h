@@ -26,6 +26,7 @@ class Subprocesses {
     double deadline = 30.0;                                // seconds
     std::string cwd;                                       // empty: the app's own
     std::vector<std::pair<std::string, std::string>> env;  // set on top of the app's
+    bool bytes = false;  // the output as it came; otherwise it must be UTF-8 text
   };
 
   explicit Subprocesses(Loop& loop) : loop_(loop) {}

@@ -1,11 +1,14 @@
 #include "integrations/linux_tunnels.h"
 
 #include <glib.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
+#include <cstdio>
 #include <ctime>
+#include <functional>
 
 #include "core/files.h"
 
@@ -104,12 +107,17 @@ void Tunnels::prepare(const std::shared_ptr<Tunnel>& tunnel) {
 
 void Tunnels::open(const std::shared_ptr<Tunnel>& tunnel, const std::string& home) {
   std::vector<std::string> argv = RemoteHosts::ssh(tunnel->host.name);
-  // Our own connection, never a shared master's: the peer of a forwarded connection must be
-  // this process.
+  // Our own connection, never one the user's configuration shares: the peer of a forwarded
+  // connection must be this process. It is also the master of a control socket of ours, through
+  // which the host's transcripts are read: the connection that brings the host's events already
+  // exists, so reading costs no second login, and it stops exactly when the host is out of
+  // reach. A socket left by a master that was killed would turn it away: removed first.
+  const std::string control = controlPath(tunnel->host.name);
+  ::unlink(control.c_str());
   argv.insert(argv.begin() + 1,
               {"-n", "-N", "-o", "ExitOnForwardFailure=yes", "-o", "StreamLocalBindMask=0177", "-o",
-               "StreamLocalBindUnlink=yes", "-o", "ControlMaster=no", "-o", "ControlPath=none",
-               "-R", socketAt_(home) + ":" + localSocket_});
+               "StreamLocalBindUnlink=yes", "-o", "ControlMaster=yes", "-o",
+               "ControlPath=" + control, "-R", socketAt_(home) + ":" + localSocket_});
   std::vector<const gchar*> args;
   for (const std::string& a : argv) args.push_back(a.c_str());
   args.push_back(nullptr);
@@ -196,6 +204,26 @@ std::optional<std::string> Tunnels::machineOf(int32_t pid) {
     pid = parentOf(pid);
   }
   return std::nullopt;
+}
+
+std::string Tunnels::controlPath(const std::string& host) const {
+  // Beside the local socket, in the owner-only run directory; a short name, since a socket's
+  // path is limited to about a hundred bytes.
+  char name[32];
+  std::snprintf(name, sizeof name, "/ssh-%016zx", std::hash<std::string>{}(host));
+  return Files::parent(localSocket_) + name;
+}
+
+std::optional<std::vector<std::string>> Tunnels::sshThrough(const std::string& host) const {
+  auto found = tunnels_.find(host);
+  if (found == tunnels_.end() || found->second->pid <= 0) return std::nullopt;
+  // Only through the master: without its socket ssh would log in on its own.
+  const std::string control = controlPath(host);
+  struct stat info;
+  if (::stat(control.c_str(), &info) != 0 || !S_ISSOCK(info.st_mode)) return std::nullopt;
+  std::vector<std::string> argv = RemoteHosts::ssh(host);
+  argv.insert(argv.begin() + 1, {"-o", "ControlMaster=no", "-o", "ControlPath=" + control});
+  return argv;
 }
 
 Json Tunnels::status() const {

@@ -16,6 +16,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "core/json.h"
 #include "core/loop.h"
@@ -39,6 +40,9 @@ class Tunnels {
   void reload();
   // The host whose tunnel the process `pid` is; the time of its last event is noted.
   std::optional<std::string> machineOf(int32_t pid);
+  // The ssh command line up to the destination that runs commands on `host` through its
+  // tunnel's connection; nothing while that connection is not up.
+  std::optional<std::vector<std::string>> sshThrough(const std::string& host) const;
   // Each host: {"name", "state", "lastEvent" (seconds since 1970, 0 when none)}.
   Json status() const;
 
@@ -48,6 +52,7 @@ class Tunnels {
   void open(const std::shared_ptr<Tunnel>& tunnel, const std::string& home);
   void ended(const std::shared_ptr<Tunnel>& tunnel, const std::string& why);
   void stop(Tunnel& tunnel);
+  std::string controlPath(const std::string& host) const;
 
   Loop& loop_;
   std::string localSocket_;

@@ -51,23 +51,16 @@ int64_t contextOf(const std::string& usageText) {
 }  // namespace
 
 struct ClaudeTranscripts::State {
-  enum class Turn { unknown, answered, prompted, over };
-
+  // The figures are brought up to date once after each read that saw lines.
+  ClaudeFigures figures;
   TranscriptStats stats;
-  ClaudeLines::MessageLedger ledger;
-  std::string contextUsage;  // usage of the latest main-thread message, not yet counted
-  bool longContext = false;
-  // The latest event of the conversation: an assistant message (with its stop reason), a prompt,
-  // or a sign that the turn is over.
-  Turn turn = Turn::unknown;
-  std::string lastMessage;
-  std::string stopReason;
 
-  void apply(std::string_view text);
-  void finish();
+  void apply(std::string_view line) { figures.add(line); }
+  void finish() { stats = figures.figures(); }
 };
 
-void ClaudeTranscripts::State::apply(std::string_view text) {
+void ClaudeFigures::add(std::string_view text) {
+  dirty = true;
   Line line;
   if (!ClaudeLines::scan(text, line)) return;
   auto keep = [](std::optional<std::string>& field, const ClaudeLines::Value& value) {
@@ -121,7 +114,9 @@ void ClaudeTranscripts::State::apply(std::string_view text) {
   }
 }
 
-void ClaudeTranscripts::State::finish() {
+const TranscriptStats& ClaudeFigures::figures() {
+  if (!dirty) return stats;
+  dirty = false;
   ledger.settle([this](const auto* before, const auto& after) {
     stats.cost += after.cost - (before ? before->cost : 0);
   });
@@ -132,10 +127,11 @@ void ClaudeTranscripts::State::finish() {
   const auto rate = stats.model ? Pricing::rate(*stats.model) : std::nullopt;
   const int64_t standard = rate && rate->window > 0 ? rate->window : 200'000;
   if (stats.contextTokens > standard) longContext = true;
-  stats.contextWindow = longContext ? kLongContextWindow : 0;
+  stats.contextWindow = longContext ? ClaudeTranscripts::kLongContextWindow : 0;
   stats.endedTurn =
       turn == Turn::over ||
       (turn == Turn::answered && (stopReason == "end_turn" || stopReason == "stop_sequence"));
+  return stats;
 }
 
 ClaudeTranscripts::ClaudeTranscripts() : files_(kSlice) {}

@@ -14,6 +14,28 @@
 #include "usage/claude_lines.h"
 #include "usage/transcript_files.h"
 
+// The figures of one Claude Code transcript, taken in line by line: the same for a file read
+// here and for one read on another machine.
+class ClaudeFigures final : public TranscriptFigures {
+ public:
+  void add(std::string_view line) override;
+  const TranscriptStats& figures() override;
+
+ private:
+  enum class Turn { unknown, answered, prompted, over };
+
+  TranscriptStats stats;
+  ClaudeLines::MessageLedger ledger;
+  std::string contextUsage;  // usage of the latest main-thread message, not yet counted
+  bool longContext = false;
+  // The latest event of the conversation: an assistant message (with its stop reason), a prompt,
+  // or a sign that the turn is over.
+  Turn turn = Turn::unknown;
+  std::string lastMessage;
+  std::string stopReason;
+  bool dirty = false;  // lines were added since the figures were last brought up to date
+};
+
 // Reads Claude Code transcript files (~/.claude/projects/<project>/<session>.jsonl). Each call
 // reads only what was appended since the previous call for that path and updates the running
 // figures; a last line still being written is read once it is complete, and a file that
