@@ -14,6 +14,7 @@
 #include "integrations/tmux_replies.h"
 #include "usage/claude_transcripts.h"
 #include "usage/pricing.h"
+#include "version.h"
 
 namespace {
 
@@ -77,7 +78,9 @@ bool Services::startBridge() {
     // `vantler remote` changed the host list: the tunnels follow it.
     if (JsonField::str(command, "type") == "remotes") {
       if (tunnels_) tunnels_->reload();
-      return Json{{"ok", true}, {"hosts", tunnels_ ? tunnels_->status() : Json::array()}};
+      return Json{{"ok", true},
+                  {"hosts", tunnels_ ? tunnels_->status() : Json::array()},
+                  {"hooks", hostHooks_ ? hostHooks_->status() : Json::object()}};
     }
     return Control::handle(hub_, command);
   });
@@ -99,6 +102,13 @@ void Services::startSessions() {
   if (bridge_ && !tunnels_) {
     tunnels_ = std::make_unique<Tunnels>(loop_, bridge_->path(), &Bridge::socketPath);
     bridge_->setMachineOf([this](int32_t pid) { return tunnels_->machineOf(pid); });
+    hostHooks_ = std::make_unique<HostHooks>(
+        loop_, std::string("vantler-hook ") + Version::kVersion,
+        [](const std::string& host) {
+          return std::vector<std::string>{Files::executable(), "remote", "update", host};
+        },
+        [](const std::string& line) { g_message("Vantler remote: %s", line.c_str()); });
+    tunnels_->onUp([this](const std::string& host) { hostHooks_->tunnelUp(host); });
     tunnels_->reload();
   }
 }
@@ -140,5 +150,6 @@ void Services::refreshHooks() {
 void Services::stop() {
   if (bridge_) bridge_->setMachineOf({});
   tunnels_.reset();
+  hostHooks_.reset();
   if (bridge_) bridge_->stop();
 }

@@ -84,6 +84,14 @@ void disconnect(std::string_view agent) {
   uninstall(*integration);
 }
 
+bool isConnected(std::string_view agent) {
+  if (agent == "claude") return HookInstaller::isInstalled();
+  if (agent == "cursor") return CursorHooks::isInstalled();
+  if (MoreAgents::known(agent)) return MoreAgents::isInstalled(agent);
+  auto integration = fromId(agent);
+  return integration && isInstalled(*integration);
+}
+
 void registerPrefs() {
   Prefs::addReporter([](Json& settings) {
     settings["hooksInstalled"] = HookInstaller::isInstalled();

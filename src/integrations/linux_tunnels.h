@@ -39,6 +39,8 @@ class Tunnels {
   void reload();
   // The host whose tunnel the process `pid` is; the time of its last event is noted.
   std::optional<std::string> machineOf(int32_t pid);
+  // `up` runs on the loop each time a host's tunnel starts, with the host's name.
+  void onUp(std::function<void(const std::string& host)> up) { up_ = std::move(up); }
   // Each host: {"name", "state", "lastEvent" (seconds since 1970, 0 when none)}.
   Json status() const;
 
@@ -54,4 +56,5 @@ class Tunnels {
   std::function<std::string(const std::string&)> socketAt_;
   Subprocesses runner_;
   std::map<std::string, std::shared_ptr<Tunnel>> tunnels_;
+  std::function<void(const std::string&)> up_;
 };
