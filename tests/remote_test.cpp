@@ -12,6 +12,7 @@
 #include <memory>
 
 #include "core/files.h"
+#include "integrations/jump.h"
 #include "process.h"
 #include "test_support.h"
 
@@ -157,10 +158,12 @@ class RemoteTest : public ::testing::Test {
     return status.value_or(-1);
   }
   // The host's own copy of the hook, run there with a payload.
-  std::unique_ptr<Process> hostHook(const Json& payload) {
+  std::unique_ptr<Process> hostHook(const Json& payload,
+                                    std::map<std::string, std::string> env = {}) {
+    env["HOME"] = host;
     return std::make_unique<Process>(
-        std::vector<std::string>{host + "/.vantler/bin/vantler-hook", "claude"},
-        std::map<std::string, std::string>{{"HOME", host}}, payload.dump());
+        std::vector<std::string>{host + "/.vantler/bin/vantler-hook", "claude"}, env,
+        payload.dump());
   }
   Json session(const std::string& id) {
     Process p({kBin + "/vantler", "state"}, env());
@@ -286,6 +289,102 @@ TEST_F(RemoteTest, HostAgentsReachThePanelThroughTheTunnel) {
   EXPECT_TRUE(waitFor([&] { return tunnelTo(hostSocket()) == 0; }));
   ASSERT_EQ(cli({"remote", "list"}, &out), 0);
   EXPECT_THAT(out, ::testing::Not(::testing::HasSubstr("devbox")));
+}
+
+// A tmux server of the host's user, with its sockets in the host's home.
+struct HostTmux {
+  std::string home;
+  std::unique_ptr<Process> client;
+  ~HostTmux() {
+    client.reset();
+    run("kill-server");
+  }
+  std::string run(const std::string& args) {
+    Process p({"/bin/sh", "-c", "tmux " + args}, {{"HOME", home}, {"TMUX_TMPDIR", home}});
+    p.wait(10);
+    return p.out().substr(0, p.out().find('\n'));
+  }
+};
+
+// After an upgrade here, the host's older hook is replaced once its tunnel is up and the hooks
+// connected there are written again; a session there in tmux is then jumped to: the host's
+// tmux client shows its pane, in another window than the one it looked at.
+TEST_F(RemoteTest, AnOlderHookOnTheHostIsReplacedAndJumpShowsItsTmuxPane) {
+  const std::string settings = host + "/.claude/settings.json",
+                    hook = host + "/.vantler/bin/vantler-hook";
+  Files::makeDirs(host + "/.claude");
+  write(settings, kSettings);
+  ASSERT_EQ(cli({"remote", "add", "devbox"}), 0);
+  Process ours({kBin + "/vantler-hook", "--version"}, {});
+  ASSERT_EQ(ours.wait(5), 0);
+  // The hook of an earlier version, and Claude Code's settings of one that had fewer hooks.
+  write(hook, "#!/bin/sh\necho 'vantler-hook 0.0.1'\n", 0755);
+  Json older = JsonField::parse(Files::read(settings).value_or(""));
+  ASSERT_TRUE(older["hooks"].contains("PermissionRequest"));
+  older["hooks"].erase("PermissionRequest");
+  write(settings, older.dump(2));
+
+  const auto started = std::chrono::steady_clock::now();
+  startDaemon();
+  auto version = [&] {
+    Process p({hook, "--version"}, {});
+    p.wait(5);
+    return p.out();
+  };
+  ASSERT_TRUE(waitFor([&] { return version() == ours.out(); }, 60)) << daemon->err();
+  std::printf("daemon start -> host's hook replaced: %.2f s\n",
+              std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count());
+  EXPECT_TRUE(waitFor([&] {
+    return JsonField::parse(Files::read(settings).value_or(""))["hooks"].contains(
+        "PermissionRequest");
+  }));
+  std::string out;
+  EXPECT_TRUE(waitFor([&] {
+    cli({"remote", "status"}, &out);
+    return out.find("; " + ours.out().substr(0, ours.out().find('\n')) + "; agents: claude") !=
+           std::string::npos;
+  })) << out;
+
+  HostTmux tmux{host, nullptr};
+  ASSERT_EQ(tmux.run("new-session -d -s work -x 120 -y 40 'sleep 600' && tmux new-window -t work "
+                     "'sleep 600' && tmux split-window -t work:1 'sleep 600' && tmux "
+                     "select-window -t work:0 && tmux new-session -d -s other 'sleep 600' && "
+                     "echo ok"),
+            "ok");
+  tmux.client = std::make_unique<Process>(
+      std::vector<std::string>{"/usr/bin/script", "-qfc", "tmux attach -t other", "/dev/null"},
+      std::map<std::string, std::string>{{"TERM", "xterm"}, {"HOME", host}, {"TMUX_TMPDIR", host}},
+      "", false);
+  ASSERT_TRUE(waitFor([&] { return !tmux.run("list-clients").empty(); }));
+  auto shown = [&] {
+    return tmux.run(
+        "display -p -c \"$(tmux list-clients -F '#{client_tty}')\" "
+        "'#{session_name}:#{window_index}.#{pane_index}'");
+  };
+  ASSERT_EQ(shown(), "other:0.0");
+
+  // The agent's hook runs with the environment tmux gave the pane's program.
+  const std::string agent = tmux.run("display -p -t work:1.1 '#{pane_pid}'");
+  Jump::Markers markers;
+  Jump::readMarkers(Files::read("/proc/" + agent + "/environ").value_or(""), markers);
+  ASSERT_FALSE(markers.tmuxPane.empty());
+  std::map<std::string, std::string> env = {{"TMUX", markers.tmux},
+                                            {"TMUX_PANE", markers.tmuxPane}};
+  const std::string id = "claude@devbox:t1";
+  Json pre = {{"session_id", "t1"},
+              {"hook_event_name", "PreToolUse"},
+              {"cwd", "/srv/api"},
+              {"tool_name", "Bash"},
+              {"tool_input", {{"command", "make"}}}};
+  ASSERT_TRUE(waitFor([&] {
+    hostHook(pre, env)->wait(5);
+    return session(id).is_object();
+  }));
+  const auto jumped = std::chrono::steady_clock::now();
+  ASSERT_EQ(cli({"jump", id}), 0);
+  EXPECT_TRUE(waitFor([&] { return shown() == "work:1.1"; })) << daemon->err();
+  std::printf("jump -> host's tmux pane shown: %.2f s\n",
+              std::chrono::duration<double>(std::chrono::steady_clock::now() - jumped).count());
 }
 
 TEST_F(RemoteTest, AHostThatWantsAPasswordGetsOneLine) {

@@ -167,15 +167,17 @@ TEST_F(RouterTest, SubscribersGetTheSnapshotAtOnceThenCoalescedAndTheSlowAreDrop
 
 TEST_F(RouterTest, OnlyTheTunnelNamesAnotherMachine) {
   // From a tunnel: the session is the host's own, what the hook says of local processes is
-  // dropped, and commands are refused.
+  // dropped (but not of its tmux pane there), and commands are refused.
   r->opened(1, "devbox");
   r->received(1, R"({"session_id":"a","hook_event_name":"SessionStart","agentPid":1,)"
-                 R"("_host":{"pid":1,"tty":"/dev/pts/0"},"transcript_path":"/etc/passwd"})"
+                 R"("_host":{"pid":1,"tty":"/dev/pts/0","tmux":"/tmp/t,9,0","tmuxPane":"%4"},)"
+                 R"("transcript_path":"/etc/passwd"})"
                  "\n");
   const Session* remote = hub->find("claude@devbox:a");
   ASSERT_TRUE(remote);
   EXPECT_EQ(remote->machine, "devbox");
   EXPECT_FALSE(remote->agentPid || remote->hostPid || remote->tty || remote->transcript);
+  EXPECT_EQ(remote->tmux + " " + remote->tmuxPane, "/tmp/t,9,0 %4");
   EXPECT_FALSE(hub->find("claude:a"));
   r->opened(2, "devbox");
   r->received(2, R"({"_command":{"type":"allow","id":"claude:a"}})"

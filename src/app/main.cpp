@@ -75,13 +75,14 @@ constexpr Command kCommands[] = {
      "is kept beside it with the suffix .vantler-backup."},
     {"disconnect", "vantler disconnect <agent>",
      "Removes Vantler's hooks for the agent, leaving everything else in its settings as it was."},
-    {"remote", "vantler remote add|list|status|remove [--container] <host>",
+    {"remote", "vantler remote add|list|status|remove|update [--container] <host>",
      "Follows agents on another machine over SSH: 'add <host>' (an ~/.ssh/config alias or\n"
      "user@host[:port]) installs the hook there and connects the agents it finds; Vantler then\n"
      "keeps a tunnel to it. 'add --container <name>' does the same in a podman or docker\n"
      "container and prints the mount that lets its hooks reach Vantler. 'list', 'status' and\n"
-     "'remove <host>' (which gives the host's settings back) manage them. ssh never prompts:\n"
-     "a host must accept your key and be known in ~/.ssh/known_hosts first."},
+     "'remove <host>' (which gives the host's settings back) manage them; 'update <host>' copies\n"
+     "this version's hook there, as Vantler does when a host's hook is of another version.\n"
+     "ssh never prompts: a host must accept your key and be known in ~/.ssh/known_hosts first."},
     {"usage", "vantler usage [--json]",
      "Shows what Claude Code has cost today, per model, read from ~/.claude/projects.\n"
      "--json prints the raw figures."},

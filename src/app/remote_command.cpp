@@ -21,6 +21,7 @@ namespace {
 constexpr const char* kUsage =
     "Usage: vantler remote add [--container] <host>\n"
     "       vantler remote list | status\n"
+    "       vantler remote update <host>\n"
     "       vantler remote remove <host>\n";
 
 // The system, home and configuration directories, and user id there. Which agents are there is
@@ -167,6 +168,38 @@ int remove(const std::string& name) {
   return status;
 }
 
+// Copies this version's hook program to the host and rewrites the hooks of the agents connected
+// there, leaving alone those whose hooks the user took out. Run by Vantler when a host's hook
+// is of another version.
+int update(const std::string& name) {
+  std::vector<RemoteHost> hosts = RemoteHosts::load();
+  auto it = std::find_if(hosts.begin(), hosts.end(), [&](const RemoteHost& h) {
+    return h.name == name && h.container.empty();
+  });
+  if (it == hosts.end())
+    return fail(name + " is not an SSH host in the list ('vantler remote list').");
+  std::vector<std::string> refreshed;
+  try {
+    SshMaster master(name);
+    RemoteFiles files(name, RemoteFiles::overSsh(name, master.options()), it->home,
+                      it->home + "/.config");
+    ConfigFile::UseFiles there(files);
+    files.installProgram(HookInstaller::binPath());
+    for (const std::string& agent : it->agents) {
+      if (!Integrations::isConnected(agent)) continue;
+      Integrations::connect(agent);
+      refreshed.push_back(agent);
+    }
+  } catch (const InstallError& e) {
+    return fail(e.what());
+  }
+  std::string agents;
+  for (const std::string& a : refreshed) agents += (agents.empty() ? "" : ", ") + a;
+  std::printf("%s: hook program updated; hooks rewritten: %s.\n", name.c_str(),
+              agents.empty() ? "none" : agents.c_str());
+  return 0;
+}
+
 int list() {
   std::vector<RemoteHost> hosts = RemoteHosts::load();
   if (hosts.empty()) std::puts("No remote hosts ('vantler remote add <host>').");
@@ -188,6 +221,7 @@ int status() {
     return list();
   }
   const Json& states = JsonField::array(answer, "hosts");
+  const Json& hooks = JsonField::object(answer, "hooks");
   for (const RemoteHost& h : hosts) {
     std::string agents;
     for (const std::string& a : h.agents) agents += (agents.empty() ? "" : ", ") + a;
@@ -203,6 +237,7 @@ int status() {
         last = std::string("last event ") + text;
       }
     }
+    if (std::string hook = JsonField::str(hooks, h.name); !hook.empty()) state += "; " + hook;
     std::printf("%s: %s; agents: %s; %s\n", h.name.c_str(), state.c_str(),
                 agents.empty() ? "none" : agents.c_str(), last.c_str());
     if (std::find(h.agents.begin(), h.agents.end(), "codex") != h.agents.end())
@@ -234,6 +269,7 @@ int run(const std::vector<std::string>& args) {
     return add(name, container);
   }
   if (what == "remove" && args.size() == 2) return remove(args[1]);
+  if (what == "update" && args.size() == 2) return update(args[1]);
   return usage();
 }
 

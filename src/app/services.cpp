@@ -16,6 +16,7 @@
 #include "usage/agent_transcripts.h"
 #include "usage/claude_transcripts.h"
 #include "usage/pricing.h"
+#include "version.h"
 
 namespace {
 
@@ -86,7 +87,9 @@ bool Services::startBridge() {
     // `vantler remote` changed the host list: the tunnels follow it.
     if (JsonField::str(command, "type") == "remotes") {
       if (tunnels_) tunnels_->reload();
-      return Json{{"ok", true}, {"hosts", tunnels_ ? tunnels_->status() : Json::array()}};
+      return Json{{"ok", true},
+                  {"hosts", tunnels_ ? tunnels_->status() : Json::array()},
+                  {"hooks", hostHooks_ ? hostHooks_->status() : Json::object()}};
     }
     return Control::handle(hub_, command);
   });
@@ -111,6 +114,13 @@ void Services::startSessions() {
     hostTranscripts_->command = [this](const std::string& host) {
       return tunnels_ ? tunnels_->sshThrough(host) : std::nullopt;
     };
+    hostHooks_ = std::make_unique<HostHooks>(
+        loop_, std::string("vantler-hook ") + Version::kVersion,
+        [](const std::string& host) {
+          return std::vector<std::string>{Files::executable(), "remote", "update", host};
+        },
+        [](const std::string& line) { g_message("Vantler remote: %s", line.c_str()); });
+    tunnels_->onUp([this](const std::string& host) { hostHooks_->tunnelUp(host); });
     tunnels_->reload();
   }
 }
@@ -153,5 +163,6 @@ void Services::stop() {
   if (bridge_) bridge_->setMachineOf({});
   hostTranscripts_->command = {};
   tunnels_.reset();
+  hostHooks_.reset();
   if (bridge_) bridge_->stop();
 }

@@ -13,6 +13,7 @@
 #include "core/linux_glib_loop.h"
 #include "integrations/codex_watcher.h"
 #include "integrations/linux_host_transcripts.h"
+#include "integrations/linux_host_hooks.h"
 #include "integrations/linux_tunnels.h"
 
 class Services {
@@ -53,4 +54,6 @@ class Services {
   std::string bridgeError_;
   // The tunnels to remote hosts, kept while the bridge listens.
   std::unique_ptr<Tunnels> tunnels_;
+  // Brings the hook program on those hosts to this version as their tunnels come up.
+  std::unique_ptr<HostHooks> hostHooks_;
 };

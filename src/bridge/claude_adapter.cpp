@@ -22,6 +22,10 @@ void copySurroundings(Hub& hub, Session& s, const Json& payload) {
     s.hostPid = static_cast<int32_t>(pid->get<int64_t>());
   if (JsonField::hasString(host, "bundle")) s.hostBundle = JsonField::str(host, "bundle");
   if (JsonField::hasString(host, "tty")) s.tty = JsonField::str(host, "tty");
+  if (JsonField::hasString(host, "tmuxPane")) {
+    s.tmux = JsonField::str(host, "tmux");
+    s.tmuxPane = JsonField::str(host, "tmuxPane");
+  }
   if (const Json* pid = JsonField::find(payload, "agentPid"); pid && pid->is_number_integer())
     hub.noteAgent(s, static_cast<int32_t>(pid->get<int64_t>()));
 }

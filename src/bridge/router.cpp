@@ -149,7 +149,13 @@ void Router::dispatch(ConnId conn, std::string_view line, const std::string& mac
       }
       return;
     }
+    // Its tmux pane is the one fact kept: it is reached on that machine.
+    Json tmux = Json::object();
+    for (const char* key : {"tmux", "tmuxPane"})
+      if (const Json* value = JsonField::find(JsonField::object(obj, "_host"), key))
+        tmux[key] = *value;
     obj.erase("_host");
+    if (!tmux.empty()) obj["_host"] = std::move(tmux);
     obj.erase("agentPid");
     obj["_machine"] = machine;
   } else {

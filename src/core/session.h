@@ -180,6 +180,9 @@ struct Session {
   std::optional<std::string> hostBundle;
   std::optional<std::string> tty;
   std::optional<int32_t> agentPid;
+  // The tmux server and pane the agent runs in as its hook saw them (TMUX, TMUX_PANE); used
+  // for an agent on another machine, whose environment cannot be read from here.
+  std::string tmux, tmuxPane;
   // When the agent's process started, read while it ran: only a process known to have been the
   // agent can tell, by its end, that the session is over.
   std::optional<uint64_t> agentStarted;

@@ -154,6 +154,11 @@ void addSurroundings(Json& payload, std::string_view agent) {
   if (found.hostPid > 0) host["pid"] = found.hostPid;
   if (!found.bundle.empty()) host["bundle"] = found.bundle;
   if (!found.tty.empty()) host["tty"] = found.tty;
+  // The tmux pane the agent runs in, from the environment the hook inherits from it: on another
+  // machine, the only way Vantler can reach that pane.
+  for (const char* name : {"TMUX", "TMUX_PANE"})
+    if (const char* value = std::getenv(name); value && *value)
+      host[name == std::string_view("TMUX") ? "tmux" : "tmuxPane"] = value;
   if (!host.empty()) payload["_host"] = std::move(host);
   if (found.agentPid > 0) payload["agentPid"] = found.agentPid;
 }

@@ -95,6 +95,14 @@ void disconnect(std::string_view agent) {
   uninstall(*integration);
 }
 
+bool isConnected(std::string_view agent) {
+  if (agent == "claude") return HookInstaller::isInstalled();
+  if (agent == "cursor") return CursorHooks::isInstalled();
+  if (MoreAgents::known(agent)) return MoreAgents::isInstalled(agent);
+  auto integration = fromId(agent);
+  return integration && isInstalled(*integration);
+}
+
 void registerPrefs() {
   // The app's loop runs the installers from now on: they never wait for an agent's program.
   ConfigFile::waitForPrograms(false);

@@ -208,6 +208,8 @@ std::vector<AgentRow> table();
 // InstallError, also for an unknown id.
 void connect(std::string_view id);
 void disconnect(std::string_view id);
+// Whether Vantler's hooks of the agent with that id are in its settings; false for an unknown id.
+bool isConnected(std::string_view id);
 
 // Adds "hooksInstalled", "cursorInstalled", "cursorAvailable" and "integrations" to
 // Prefs::json and handles Prefs::set of "hooksInstalled", "cursorInstalled" and

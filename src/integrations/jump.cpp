@@ -212,6 +212,28 @@ std::optional<TmuxClient> activeClient(std::string_view listing) {
   return best;
 }
 
+namespace {
+Command tmuxCommand(std::vector<std::string> argv, std::initializer_list<std::string> args) {
+  argv.insert(argv.end(), args);
+  return Command{std::move(argv), {}};
+}
+}  // namespace
+
+std::vector<Command> tmuxSelect(const std::vector<std::string>& server, const std::string& pane) {
+  return {tmuxCommand(server, {"select-window", "-t", pane}),
+          tmuxCommand(server, {"select-pane", "-t", pane})};
+}
+
+Command tmuxClients(const std::vector<std::string>& server) {
+  return tmuxCommand(server,
+                     {"list-clients", "-F", "#{client_activity} #{client_pid} #{client_tty}"});
+}
+
+Command tmuxSwitch(const std::vector<std::string>& server, const std::string& clientTty,
+                   const std::string& pane) {
+  return tmuxCommand(server, {"switch-client", "-c", clientTty, "-t", pane});
+}
+
 std::vector<std::string> childNodes(std::string_view xml) {
   std::vector<std::string> nodes;
   constexpr std::string_view kOpen = "<node name=\"";

@@ -89,6 +89,14 @@ struct TmuxClient {
 };
 std::optional<TmuxClient> activeClient(std::string_view listing);
 
+// The tmux commands that bring `pane` forward on the server `server` reaches (a plan's `tmux`):
+// its window and the pane selected, then the clients listed for `activeClient`, then the
+// client on terminal `clientTty` switched to the pane.
+std::vector<Command> tmuxSelect(const std::vector<std::string>& server, const std::string& pane);
+Command tmuxClients(const std::vector<std::string>& server);
+Command tmuxSwitch(const std::vector<std::string>& server, const std::string& clientTty,
+                   const std::string& pane);
+
 // The child object names of a D-Bus introspection, as printed by `gdbus call … Introspect`.
 std::vector<std::string> childNodes(std::string_view introspection);
 

@@ -101,17 +101,67 @@ Jump::Facts TerminalJumper::facts(const Session& s) {
 }
 
 void TerminalJumper::go(const Session& session) {
-  if (!session.machine.empty()) return remote(session.id, session.machine);
+  if (!session.machine.empty()) return remote(session);
   Jump::Facts f = facts(session);
   // Where only the window is raised, it is named as the page names it ("XTerm").
   follow(session.id, f, Jump::hostName(session));
 }
 
-void TerminalJumper::remote(const std::string& id, const std::string& machine) {
-  // The host's hook reports nothing of the agent's surroundings there (its tmux pane among
-  // them), so only the local login is brought forward.
+void TerminalJumper::remote(const Session& session) {
+  const std::string& id = session.id;
+  const std::string& machine = session.machine;
+  // Its tmux there is planned as a local one would be, from the markers its hook reported.
+  Jump::Facts f;
+  f.markers.tmux = session.tmux;
+  f.markers.tmuxPane = session.tmuxPane;
+  Jump::Plan plan = Jump::plan(f);
+  // The local login comes forward at once; the pane on a slow host follows when ssh gets there.
+  raiseLogin(id, machine);
+  if (plan.place == Jump::Place::tmux && !plan.tmuxPane.empty()) return hostTmux(id, machine, plan);
   log_(id + ": runs on " + machine +
-       "; its hook reports no tmux pane there, so only the local ssh or mosh is raised");
+       (session.tmuxPane.empty()
+            ? ", outside tmux there"
+            : ", in a tmux its hook names oddly (" + session.tmux + " " + session.tmuxPane + ")"));
+}
+
+void TerminalJumper::hostTmux(const std::string& id, const std::string& machine,
+                              const Jump::Plan& plan) {
+  // The commands run there in one ssh each way, stopping at the first that fails.
+  auto there = [machine](const std::vector<Jump::Command>& commands) {
+    std::string script;
+    for (const Jump::Command& command : commands) {
+      script += script.empty() ? "" : " && ";
+      for (const std::string& arg : command.argv) script += RemoteHosts::quote(arg) + " ";
+    }
+    std::vector<std::string> argv = RemoteHosts::ssh(machine);
+    argv.push_back(RemoteHosts::remoteCommand(script, {}));
+    return Jump::Command{argv, {}};
+  };
+  const std::string pane = plan.tmuxPane;
+  std::vector<Jump::Command> select = Jump::tmuxSelect(plan.tmux, pane);
+  select.push_back(Jump::tmuxClients(plan.tmux));
+  run(
+      id, there(select),
+      [this, id, machine, plan, pane, there](const Subprocesses::Result& r) {
+        std::optional<Jump::TmuxClient> client =
+            r.exited0 ? Jump::activeClient(r.out) : std::nullopt;
+        if (!client) {
+          if (r.exited0)
+            log_(id + ": no client is attached to tmux on " + machine + "; the pane " + pane +
+                 " is selected for the next one");
+          return;
+        }
+        run(
+            id, there({Jump::tmuxSwitch(plan.tmux, client->tty, pane)}),
+            [this, id, machine, pane](const Subprocesses::Result& r) {
+              if (r.exited0) log_(id + ": tmux on " + machine + " shows the pane " + pane);
+            },
+            kRemoteDeadline);
+      },
+      kRemoteDeadline);
+}
+
+void TerminalJumper::raiseLogin(const std::string& id, const std::string& machine) {
   // An alias may stand for an address the user also logs in by: ssh resolves it without
   // connecting.
   std::vector<std::string> config = RemoteHosts::ssh(machine);
@@ -169,12 +219,13 @@ void TerminalJumper::follow(const std::string& id, const Jump::Facts& f,
   }
 }
 
-void TerminalJumper::run(const std::string& id, const Jump::Command& command, Then then) {
-  Subprocesses::Options options{kDeadline, {}, command.env};
+void TerminalJumper::run(const std::string& id, const Jump::Command& command, Then then,
+                         double deadline) {
+  Subprocesses::Options options{deadline, {}, command.env};
   const std::string program = command.argv.front();
-  auto done = [this, id, program, then](const Subprocesses::Result& r) {
+  auto done = [this, id, program, then, deadline](const Subprocesses::Result& r) {
     if (!r.finished)
-      log_(id + ": " + program + " did not answer within " + std::to_string(int(kDeadline)) + " s");
+      log_(id + ": " + program + " did not answer within " + std::to_string(int(deadline)) + " s");
     else if (!r.exited0)
       log_(id + ": " + program + " failed: " + firstLine(r.err.empty() ? r.out : r.err));
     if (then) then(r);
@@ -211,29 +262,19 @@ void TerminalJumper::tmux(const std::string& id, const Jump::Plan& plan,
 
 void TerminalJumper::tmuxPane(const std::string& id, const Jump::Plan& plan,
                               const std::string& pane) {
-  auto tmux = [server = plan.tmux](std::vector<std::string> args) {
-    std::vector<std::string> argv = server;
-    argv.insert(argv.end(), args.begin(), args.end());
-    return Jump::Command{argv, {}};
-  };
-  std::vector<Jump::Command> select = {
-      tmux({"select-window", "-t", pane}),
-      tmux({"select-pane", "-t", pane}),
-  };
-  runAll(id, select, 0, [this, id, plan, pane, tmux] {
-    run(id, tmux({"list-clients", "-F", "#{client_activity} #{client_pid} #{client_tty}"}),
-        [this, id, plan, pane, tmux](const Subprocesses::Result& r) {
-          std::optional<Jump::TmuxClient> client = Jump::activeClient(r.out);
-          if (!client) {
-            log_(id + ": no client is attached to the tmux server; the pane " + pane +
-                 " is selected for the next one");
-            return;
-          }
-          run(id, tmux({"switch-client", "-c", client->tty, "-t", pane}),
-              [this, id, pid = client->pid](const Subprocesses::Result&) {
-                raiseTerminalOf(id, pid, "tmux");
-              });
-        });
+  runAll(id, Jump::tmuxSelect(plan.tmux, pane), 0, [this, id, plan, pane] {
+    run(id, Jump::tmuxClients(plan.tmux), [this, id, plan, pane](const Subprocesses::Result& r) {
+      std::optional<Jump::TmuxClient> client = Jump::activeClient(r.out);
+      if (!client) {
+        log_(id + ": no client is attached to the tmux server; the pane " + pane +
+             " is selected for the next one");
+        return;
+      }
+      run(id, Jump::tmuxSwitch(plan.tmux, client->tty, pane),
+          [this, id, pid = client->pid](const Subprocesses::Result&) {
+            raiseTerminalOf(id, pid, "tmux");
+          });
+    });
   });
 }
 

@@ -29,6 +29,8 @@ class TerminalJumper final : public Jumper {
  public:
   using Log = std::function<void(const std::string& line)>;
   static constexpr double kDeadline = 3.0;
+  // For each ssh to another machine: a login takes a few round trips.
+  static constexpr double kRemoteDeadline = 10.0;
 
   TerminalJumper(Loop& loop, std::shared_ptr<WindowRaiser> raiser, Log log);
 
@@ -44,12 +46,16 @@ class TerminalJumper final : public Jumper {
 
  private:
   using Then = std::function<void(const Subprocesses::Result&)>;
-  // A session on another machine: the local ssh or mosh that logs in there.
-  void remote(const std::string& id, const std::string& machine);
+  // A session on another machine: its tmux pane there when its hook named one, then the local
+  // ssh or mosh that logs in there.
+  void remote(const Session& session);
+  void hostTmux(const std::string& id, const std::string& machine, const Jump::Plan& plan);
+  void raiseLogin(const std::string& id, const std::string& machine);
   // Carries out the plan for `f`; `windowName` names a terminal whose window alone is raised.
   void follow(const std::string& id, const Jump::Facts& f,
               const std::optional<std::string>& windowName);
-  void run(const std::string& id, const Jump::Command& command, Then then);
+  void run(const std::string& id, const Jump::Command& command, Then then,
+           double deadline = kDeadline);
   void runAll(const std::string& id, std::vector<Jump::Command> commands, size_t next,
               std::function<void()> then);
   void tmux(const std::string& id, const Jump::Plan& plan, const std::optional<std::string>& tty);

@@ -137,6 +137,7 @@ void Tunnels::open(const std::shared_ptr<Tunnel>& tunnel, const std::string& hom
   tunnel->pid = static_cast<int32_t>(std::atoi(g_subprocess_get_identifier(tunnel->ssh)));
   tunnel->startedAt = loop_.uptime();
   tunnel->state = "up since " + clock(loop_.wall());
+  if (up_) up_(tunnel->host.name);
   tunnel->cancel = g_cancellable_new();
   // The holder keeps the tunnel alive until ssh's end is read; a stopped one is ignored then.
   auto* holder = new std::pair<Tunnels*, std::weak_ptr<Tunnel>>(this, tunnel);

@@ -43,6 +43,8 @@ class Tunnels {
   // The ssh command line up to the destination that runs commands on `host` through its
   // tunnel's connection; nothing while that connection is not up.
   std::optional<std::vector<std::string>> sshThrough(const std::string& host) const;
+  // `up` runs on the loop each time a host's tunnel starts, with the host's name.
+  void onUp(std::function<void(const std::string& host)> up) { up_ = std::move(up); }
   // Each host: {"name", "state", "lastEvent" (seconds since 1970, 0 when none)}.
   Json status() const;
 
@@ -59,4 +61,5 @@ class Tunnels {
   std::function<std::string(const std::string&)> socketAt_;
   Subprocesses runner_;
   std::map<std::string, std::shared_ptr<Tunnel>> tunnels_;
+  std::function<void(const std::string&)> up_;
 };
