@@ -485,6 +485,25 @@ TEST_F(DaemonTest, StartsPastSettingsItCannotRead) {
   EXPECT_THAT(daemon->err(), ::testing::HasSubstr("(line 1: number overflow parsing '1E400')"));
 }
 
+// Which names Mistral Vibe takes for its hooks is known only from its own --version, asked
+// beside the loop once the daemon runs.
+TEST_F(DaemonTest, VibeHooksFollowTheVersionItReports) {
+  Files::makeDirs(home.path() + "/.vibe");
+  ASSERT_EQ(cli({"connect", "vibe"}), 0);
+  const std::string hooks = home.path() + "/.vibe/hooks.toml";
+  ASSERT_THAT(Files::read(hooks).value_or(""), ::testing::HasSubstr("\"pre_tool\""));
+  const std::string bin = home.path() + "/bin";
+  Files::makeDirs(bin);
+  Files::writeAtomic(bin + "/vibe", "#!/bin/sh\necho 'vibe 2.20.3'\n", 0755);
+  extraEnv["PATH"] = bin + ":" + std::getenv("PATH");
+  start();
+  EXPECT_TRUE(eventually([&] {
+    return Files::read(hooks).value_or("").find("\"before_tool\"") != std::string::npos;
+  }));
+  EXPECT_THAT(Files::read(home.path() + "/.vibe/config.toml").value_or(""),
+              ::testing::HasSubstr("enable_experimental_hooks = true"));
+}
+
 TEST_F(DaemonTest, BadInputLeavesOtherSessionsServed) {
   start();
   for (const Json& event : fixture("claude_turn.jsonl")) quick("claude", event);

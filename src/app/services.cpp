@@ -7,6 +7,7 @@
 
 #include "bridge/control.h"
 #include "core/files.h"
+#include "integrations/file_access.h"
 #include "integrations/github.h"
 #include "integrations/installers.h"
 #include "integrations/linux_host_transcripts.h"
@@ -108,6 +109,7 @@ void Services::startSessions() {
   }
   hub_.restoreRecent();
   codex_.start();
+  askAgentVersions();
   if (bridge_ && !tunnels_) {
     tunnels_ = std::make_unique<Tunnels>(loop_, bridge_->path(), &Bridge::socketPath);
     bridge_->setMachineOf([this](int32_t pid) { return tunnels_->machineOf(pid); });
@@ -123,6 +125,24 @@ void Services::startSessions() {
     tunnels_->onUp([this](const std::string& host) { hostHooks_->tunnelUp(host); });
     tunnels_->reload();
   }
+}
+
+void Services::askAgentVersions() {
+  // Mistral Vibe renamed its hook tables in 2.21; which form to write is known only from its
+  // own `--version`, which may take seconds, so it is asked beside the loop and the hooks are
+  // written again with the answer.
+  if (!MoreAgents::isInstalled("vibe")) return;
+  Subprocesses::Options options;
+  options.deadline = 10;
+  programs_.run({"vibe", "--version"}, options, [](const Subprocesses::Result& r) {
+    if (!r.exited0 || !MoreAgents::isInstalled("vibe")) return;
+    ConfigFile::rememberVersion("vibe", r.out.empty() ? r.err : r.out);
+    try {
+      MoreAgents::install("vibe");
+    } catch (const std::exception& e) {
+      g_warning("Vantler: %s", e.what());
+    }
+  });
 }
 
 void Services::refreshHooks() {

@@ -12,8 +12,9 @@
 #include "core/hub.h"
 #include "core/linux_glib_loop.h"
 #include "integrations/codex_watcher.h"
-#include "integrations/linux_host_transcripts.h"
 #include "integrations/linux_host_hooks.h"
+#include "integrations/linux_host_transcripts.h"
+#include "integrations/linux_subprocesses.h"
 #include "integrations/linux_tunnels.h"
 
 class Services {
@@ -34,6 +35,9 @@ class Services {
   void startSessions();
   // Rewrites installed Claude Code and Cursor hooks so they run the current vantler-hook.
   static void refreshHooks();
+  // Asks connected agents whose hooks depend on their version for it, beside the loop, and
+  // writes their hooks again with the answer.
+  void askAgentVersions();
   // Stops listening; the socket file goes if it is still the one this process made.
   void stop();
 
@@ -56,4 +60,6 @@ class Services {
   std::unique_ptr<Tunnels> tunnels_;
   // Brings the hook program on those hosts to this version as their tunnels come up.
   std::unique_ptr<HostHooks> hostHooks_;
+  // Agents' own programs asked for their version.
+  Subprocesses programs_{loop_};
 };

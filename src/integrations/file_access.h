@@ -54,6 +54,9 @@ FileAccess& files();
 // Whether installers on this machine may run an agent's program and wait a few seconds for it
 // (`version`): the command line may, the app's loop never does (the default: yes).
 void waitForPrograms(bool allowed);
+// What `program --version` printed when it was asked beside the loop: this machine's `version`
+// answers with it from then on, waiting or not.
+void rememberVersion(const std::string& program, const std::string& printed);
 
 // Points the installers at `other` for the lifetime of this object (one at a time, on one
 // thread).

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <map>
 
 #include "core/files.h"
 #include "integrations/file_access.h"
@@ -49,6 +50,7 @@ std::string target(const std::string& path) {
 }
 
 bool waitAllowed = true;
+std::map<std::string, std::string> rememberedVersions;
 
 // The first non-blank line of a program's output.
 std::optional<std::string> firstLine(const std::string& text) {
@@ -157,6 +159,8 @@ class LocalFiles final : public FileAccess {
   }
 
   std::optional<std::string> version(const std::string& program) override {
+    if (auto known = rememberedVersions.find(program); known != rememberedVersions.end())
+      return firstLine(known->second);
     if (!waitAllowed || !onPath(program)) return std::nullopt;
     Remote::Ran ran = Remote::run({program, "--version"}, {}, kVersionDeadline);
     if (!ran.finished || ran.status != 0) return std::nullopt;
@@ -200,6 +204,10 @@ FileAccess& files() {
 
 void waitForPrograms(bool allowed) {
   waitAllowed = allowed;
+}
+
+void rememberVersion(const std::string& program, const std::string& printed) {
+  rememberedVersions[program] = printed;
 }
 
 UseFiles::UseFiles(FileAccess& other) : previous_(current()) {
