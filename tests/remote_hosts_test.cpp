@@ -7,6 +7,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include "app/panel_remotes.h"
+#include "core/linux_glib_loop.h"
 #include "integrations/host_transcripts.h"
 #include "integrations/remote_hosts.h"
 #include "process.h"
@@ -87,4 +89,51 @@ TEST(HostFetch, FollowsTranscriptsAcrossCapsAppendsAndTruncation) {
   EXPECT_FALSE(tail.take(
       {true, 4, "x\n"}, [] {}, [](std::string_view) {}));
   EXPECT_THAT(lines, ElementsAre("{\"new\":1}"));
+}
+
+// The settings page adds and removes hosts through the command line, beside the loop: the host
+// shows as busy meanwhile, and the page gets the command's own words when it ends.
+TEST(RemoteSettingsTest, AddRunsTheCommandBesideTheLoopAndReportsItsWords) {
+  TempHome home;
+  const std::string program = home.path() + "/vantler";
+  std::ofstream(program)
+      << "#!/bin/sh\n"
+         "[ \"$2\" = add ] && { echo \"$3: hook program installed; connected: "
+         "claude.\"; echo 'Vantler keeps a tunnel to it from now on.'; exit 0; }\n"
+         "echo \"ssh: connect to host $3: refused\" >&2; exit 1\n";
+  ::chmod(program.c_str(), 0755);
+  GMainContext* context = g_main_context_new();
+  g_main_context_push_thread_default(context);
+  {
+    GLibLoop loop(context);
+    int changes = 0;
+    RemoteSettings remotes(
+        loop, program, [] { return Json::object(); }, [&] { ++changes; });
+    auto settle = [&](int count) {
+      const gint64 deadline = g_get_monotonic_time() + 10 * G_USEC_PER_SEC;
+      while (changes < count && g_get_monotonic_time() < deadline)
+        g_main_context_iteration(context, TRUE);
+      Json settings;
+      remotes.report(settings);
+      return settings["remotes"];
+    };
+    std::string error;
+    EXPECT_TRUE(remotes.set("remote:add", "-oProxyCommand=x", error));
+    EXPECT_THAT(error, ::testing::HasSubstr("is not a host name"));
+    error.clear();
+    ASSERT_TRUE(remotes.set("remote:add", " devbox ", error));
+    EXPECT_EQ(error, "");
+    Json shown = settle(1);
+    EXPECT_EQ(shown["hosts"][0]["busy"], "adding");
+    remotes.set("remote:add", "devbox", error);
+    EXPECT_EQ(error, "wait for devbox to finish adding");
+    shown = settle(2);
+    EXPECT_EQ(shown["message"], "devbox: hook program installed; connected: claude.");
+    EXPECT_TRUE(shown["hosts"].empty());  // the stand-in keeps no list
+    remotes.set("remote:remove", "devbox", error);
+    EXPECT_EQ(settle(4)["message"], "ssh: connect to host devbox: refused");
+    EXPECT_FALSE(remotes.set("theme", "dark", error));
+  }
+  g_main_context_pop_thread_default(context);
+  g_main_context_unref(context);
 }

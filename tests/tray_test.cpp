@@ -23,15 +23,29 @@ std::vector<std::string> titles(const std::vector<MenuItem>& items) {
 TEST(AppMenu, ItemsFollowTheFacts) {
   EXPECT_EQ(AppMenu::summary(0, 2), "No sessions right now");
   EXPECT_EQ(AppMenu::summary(2, 2), "2 sessions · 2 need you");
-  MenuFacts all{"0.1.0", 2, 1, true, true, true, true, true, "0.2.0"};
+  MenuFacts all{"0.1.0", 2, 1, true, true, true, true, true, "0.2.0", {"devbox: up since 16:02"}};
   std::vector<MenuItem> items = AppMenu::build(all);
-  EXPECT_EQ(titles(items),
-            (std::vector<std::string>{
-                "Vantler 0.1.0", "2 sessions · 1 needs you", "Vantler 0.2.0 Is Available…", "-",
-                "Open Vantler", "Settings…", "Move Back to the Top", "Clear Finished", "-",
-                "Disconnect Claude Code", "Disconnect Cursor", "Show Walkthrough",
-                "Check for Updates…", "-", "Quit Vantler"}));
-  // Only the two heading lines are labels; every other title does something.
+  EXPECT_EQ(titles(items), (std::vector<std::string>{"Vantler 0.1.0",
+                                                     "2 sessions · 1 needs you",
+                                                     "Vantler 0.2.0 Is Available…",
+                                                     "-",
+                                                     "Open Vantler",
+                                                     "Settings…",
+                                                     "Move Back to the Top",
+                                                     "Clear Finished",
+                                                     "-",
+                                                     "Disconnect Claude Code",
+                                                     "Disconnect Cursor",
+                                                     "-",
+                                                     "Remote Hosts",
+                                                     "    devbox: up since 16:02",
+                                                     "Manage Remote Hosts…",
+                                                     "-",
+                                                     "Show Walkthrough",
+                                                     "Check for Updates…",
+                                                     "-",
+                                                     "Quit Vantler"}));
+  // Labels only inform; every other title does something.
   for (const MenuItem& i : items)
     EXPECT_EQ(i.kind == MenuItem::Kind::action, !i.action.empty()) << i.title;
   EXPECT_EQ(items[0].kind, MenuItem::Kind::label);

@@ -581,6 +581,12 @@ std::vector<MenuItem> PanelController::menu() const {
   f.cursorAvailable = CursorHooks::available();
   f.cursorHooks = f.cursorAvailable && CursorHooks::isInstalled();
   if (services_.updates) f.newerVersion = services_.updates->newerVersion();
+  const Json settings = Prefs::json(defaults_);
+  for (const Json& host : JsonField::array(JsonField::object(settings, "remotes"), "hosts")) {
+    std::string state = JsonField::str(host, "busy");
+    if (state.empty()) state = JsonField::str(host, "state");
+    f.remotes.push_back(JsonField::str(host, "name") + (state.empty() ? "" : ": " + state));
+  }
   return AppMenu::build(f);
 }
 

@@ -32,6 +32,14 @@ std::vector<MenuItem> build(const MenuFacts& f) {
       action(f.claudeHooks ? "Disconnect Claude Code" : "Connect Claude Code", Action::claude));
   if (f.cursorAvailable)
     items.push_back(action(f.cursorHooks ? "Disconnect Cursor" : "Connect Cursor", Action::cursor));
+  // Remote hosts are shown with their tunnels; they are added and removed in the settings.
+  if (!f.remotes.empty()) {
+    items.push_back(separator);
+    items.push_back(label("Remote Hosts"));
+    for (const std::string& host : f.remotes) items.push_back(label("    " + host));
+    items.push_back(action("Manage Remote Hosts…", Action::settings));
+    items.push_back(separator);
+  }
   items.push_back(action("Show Walkthrough", Action::tour));
   items.push_back(action("Check for Updates…", Action::updates));
   items.push_back(separator);

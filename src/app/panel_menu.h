@@ -26,6 +26,8 @@ struct MenuFacts {
   bool cursorAvailable = false;
   bool cursorHooks = false;
   std::string newerVersion;  // a newer version announced by the update feed, or empty
+  // Each remote host and the state of its tunnel: "devbox: up since 16:02:11".
+  std::vector<std::string> remotes;
 };
 
 namespace AppMenu {

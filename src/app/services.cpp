@@ -7,6 +7,7 @@
 
 #include "bridge/control.h"
 #include "core/files.h"
+#include "core/prefs.h"
 #include "integrations/file_access.h"
 #include "integrations/github.h"
 #include "integrations/installers.h"
@@ -68,6 +69,16 @@ Services::Services(GLibLoop& loop, std::string home)
     return hub_.hostFigures(id, stats);
   };
   Integrations::registerPrefs();
+  remoteSettings_ = std::make_unique<RemoteSettings>(
+      loop_, Files::executable(), [this] { return remotesStatus(); },
+      [this] {
+        if (tunnels_) tunnels_->reload();
+        hub_.changed();
+      });
+  Prefs::addReporter([this](Json& settings) { remoteSettings_->report(settings); });
+  Prefs::addHandler([this](std::string_view key, const Json& value, std::string& error) {
+    return remoteSettings_->set(key, value, error);
+  });
   JsonField::depthRejected = +[](size_t bytes, size_t depth) {
     g_warning("Vantler: dropped %zu bytes of JSON nested deeper than %zu levels", bytes, depth);
   };
@@ -75,6 +86,7 @@ Services::Services(GLibLoop& loop, std::string home)
 
 Services::~Services() {
   stop();
+  Prefs::resetExtensions();
 }
 
 bool Services::demo() {
@@ -88,9 +100,10 @@ bool Services::startBridge() {
     // `vantler remote` changed the host list: the tunnels follow it.
     if (JsonField::str(command, "type") == "remotes") {
       if (tunnels_) tunnels_->reload();
-      return Json{{"ok", true},
-                  {"hosts", tunnels_ ? tunnels_->status() : Json::array()},
-                  {"hooks", hostHooks_ ? hostHooks_->status() : Json::object()}};
+      hub_.changed();
+      Json answer = remotesStatus();
+      answer["ok"] = true;
+      return answer;
     }
     return Control::handle(hub_, command);
   });
@@ -123,8 +136,14 @@ void Services::startSessions() {
         },
         [](const std::string& line) { g_message("Vantler remote: %s", line.c_str()); });
     tunnels_->onUp([this](const std::string& host) { hostHooks_->tunnelUp(host); });
+    tunnels_->onChange([this] { hub_.changed(); });
     tunnels_->reload();
   }
+}
+
+Json Services::remotesStatus() const {
+  return {{"hosts", tunnels_ ? tunnels_->status() : Json::array()},
+          {"hooks", hostHooks_ ? hostHooks_->status() : Json::object()}};
 }
 
 void Services::askAgentVersions() {

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "app/panel_remotes.h"
 #include "bridge/linux_bridge.h"
 #include "core/defaults.h"
 #include "core/hub.h"
@@ -38,6 +39,8 @@ class Services {
   // Asks connected agents whose hooks depend on their version for it, beside the loop, and
   // writes their hooks again with the answer.
   void askAgentVersions();
+  // Each remote host's tunnel ({"hosts": [...]}) and hook program ({"hooks": {...}}).
+  Json remotesStatus() const;
   // Stops listening; the socket file goes if it is still the one this process made.
   void stop();
 
@@ -62,4 +65,6 @@ class Services {
   std::unique_ptr<HostHooks> hostHooks_;
   // Agents' own programs asked for their version.
   Subprocesses programs_{loop_};
+  // Remote hosts listed, added and removed from the settings page.
+  std::unique_ptr<RemoteSettings> remoteSettings_;
 };

@@ -138,6 +138,7 @@ void Tunnels::open(const std::shared_ptr<Tunnel>& tunnel, const std::string& hom
   tunnel->startedAt = loop_.uptime();
   tunnel->state = "up since " + clock(loop_.wall());
   if (up_) up_(tunnel->host.name);
+  if (changed_) changed_();
   tunnel->cancel = g_cancellable_new();
   // The holder keeps the tunnel alive until ssh's end is read; a stopped one is ignored then.
   auto* holder = new std::pair<Tunnels*, std::weak_ptr<Tunnel>>(this, tunnel);
@@ -173,6 +174,7 @@ void Tunnels::ended(const std::shared_ptr<Tunnel>& tunnel, const std::string& wh
   const double pause = tunnel->retry;
   tunnel->retry = std::min(tunnel->retry * 2, kLongestRetry);
   tunnel->state = "down (" + why + "); trying again at " + clock(loop_.wall() + pause);
+  if (changed_) changed_();
   std::weak_ptr<Tunnel> weak = tunnel;
   tunnel->retryTask = loop_.after(pause, [this, weak] {
     auto t = weak.lock();

@@ -45,6 +45,8 @@ class Tunnels {
   std::optional<std::vector<std::string>> sshThrough(const std::string& host) const;
   // `up` runs on the loop each time a host's tunnel starts, with the host's name.
   void onUp(std::function<void(const std::string& host)> up) { up_ = std::move(up); }
+  // `changed` runs on the loop when a tunnel comes up or goes down.
+  void onChange(std::function<void()> changed) { changed_ = std::move(changed); }
   // Each host: {"name", "state", "lastEvent" (seconds since 1970, 0 when none)}.
   Json status() const;
 
@@ -62,4 +64,5 @@ class Tunnels {
   Subprocesses runner_;
   std::map<std::string, std::shared_ptr<Tunnel>> tunnels_;
   std::function<void(const std::string&)> up_;
+  std::function<void()> changed_;
 };

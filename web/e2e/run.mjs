@@ -359,6 +359,17 @@ test('settings: every preference posts "setting" with its key and value', async 
   await p.getByRole('switch', { name: 'Alt gestures' }).click();
   await p.waitPosted('optionTapChanged');
   await expect(() => p.getByRole('switch', { name: 'Notify me when the panel is out of sight' }).click(), 'notifyAnswers', true);
+  // Remote hosts: removed by their button, added from the field; a host being added says so.
+  await expect(() => btn(p, 'Remove devbox').click(), 'remote:remove', 'devbox');
+  await p.getByRole('textbox', { name: 'Host to add' }).fill(' me@build:2222 ');
+  await expect(() => p.getByRole('textbox', { name: 'Host to add' }).press('Enter'), 'remote:add', 'me@build:2222');
+  await p.push(snap({ open: true, settings: { remotes: { hosts: [
+    { name: 'devbox', state: 'up since 16:02:11', hook: 'vantler-hook 0.4.0', busy: '' },
+    { name: 'me@build:2222', state: '', hook: '', busy: 'adding' }], message: '' } } }));
+  await p.locator('.remotes').scrollIntoViewIfNeeded();
+  await p.shot('settings-remotes');
+  assert.ok((await p.locator('.remotes').textContent()).includes('Installing the hook there…'));
+  assert.equal(await btn(p, 'Remove me@build:2222').isDisabled(), true, 'a host being added cannot be removed yet');
   for (const [name, type] of [['Copy diagnostics', 'copyDiagnostics'], ['Check for updates', 'checkUpdates'], ['Quit', 'quit']]) {
     await btn(p, name).click();
     await p.waitPosted(type);

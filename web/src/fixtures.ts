@@ -17,6 +17,10 @@ export function demoSettings(over: Json = {}): Json {
       { id: 'windsurf', label: 'Windsurf', available: false, installed: false },
       { id: 'opencode', label: 'OpenCode', available: true, installed: true },
     ],
+    remotes: {
+      hosts: [{ name: 'devbox', state: 'up since 16:02:11', hook: 'vantler-hook 0.4.0', busy: '' }],
+      message: '',
+    },
     ...over,
   };
 }

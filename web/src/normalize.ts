@@ -1,7 +1,7 @@
 // Incoming messages are loosely typed JSON: a missing or mistyped key reads as
 // its default. These readers turn a raw "state" message into a `Snapshot`.
 import type {
-  Capabilities, Capability, Choice, Geo, Integration, Mood, Pending, PermissionPending, Pose, PullRequest, Question, Session, Settings,
+  Capabilities, Capability, Choice, Geo, Integration, Mood, Pending, PermissionPending, Pose, PullRequest, Question, RemoteRow, Session, Settings,
   Snapshot, Stats, Tally, ToolLine, Usage, Talk, TalkState,
 } from './types';
 
@@ -118,7 +118,7 @@ export const DEFAULT_SETTINGS: Settings = {
   shape: 'auto', replyWindow: 15, hideAfter: 120, autoOpen: false, openAtLogin: false,
   autoUpdate: true, optionTap: true, optionTapReady: false, glass: false, theme: 'auto', screen: 'auto',
   hooksInstalled: false, cursorInstalled: false, cursorAvailable: false, version: '',
-  openKey: null, talkKey: null, integrations: [], notifyAnswers: false,
+  openKey: null, talkKey: null, integrations: [], remotes: { hosts: [], message: '' }, notifyAnswers: false,
   update: { state: 'off', version: '', link: '', error: '' },
   speechServer: '', speechModel: '', speechKeySet: false, speechOffline: false, speechOfflineInstalled: false,
   punctuationServer: '', punctuationModel: '',
@@ -156,6 +156,16 @@ export function settings(v: unknown): Settings {
         installed: bool(o.installed),
       };
     }),
+    remotes: (() => {
+      const o = obj(r.remotes);
+      return {
+        hosts: arr(o.hosts).map((h): RemoteRow => {
+          const x = obj(h);
+          return { name: str(x.name), state: str(x.state), hook: str(x.hook), busy: str(x.busy) };
+        }).filter((h) => h.name),
+        message: str(o.message),
+      };
+    })(),
     notifyAnswers: bool(r.notifyAnswers),
     update: (() => {
       const u = obj(r.update);

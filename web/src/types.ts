@@ -66,6 +66,10 @@ export interface Session {
 
 export interface Integration { id: string; label: string; available: boolean; installed: boolean }
 
+/** A machine whose agents reach Vantler through an SSH tunnel (or a container). */
+export interface RemoteRow { name: string; state: string; hook: string; busy: string }
+export interface Remotes { hosts: RemoteRow[]; message: string }
+
 export interface Settings {
   shape: string;
   replyWindow: number;
@@ -86,6 +90,7 @@ export interface Settings {
   openKey: unknown;
   talkKey: unknown;
   integrations: Integration[];
+  remotes: Remotes;
   notifyAnswers: boolean;
   update: UpdateStatus;
   /** Dictation: a transcription server, its model and whether its key is in the secret store. */

@@ -93,6 +93,48 @@ export function Agents({ st }: { st: Settings }) {
   );
 }
 
+/** Machines whose agents come through SSH: each with its tunnel's state, and one field to add
+ * another. Adding logs in over ssh, so it takes a moment; the row says so meanwhile. */
+export function RemoteHosts({ remotes }: { remotes: Settings['remotes'] }) {
+  const [host, setHost] = useState('');
+  const add = () => {
+    const name = host.trim();
+    if (!name) return;
+    set('remote:add', name);
+    setHost('');
+  };
+  return (
+    <div class="remotes">
+      {remotes.hosts.map((h) => (
+        <div class="setting" key={h.name}>
+          <span class="setting-text">
+            <span class="setting-label">{h.name}</span>
+            <span class="setting-note">
+              {h.busy === 'adding' ? 'Installing the hook there…'
+                : h.busy === 'removing' ? 'Disconnecting its agents…'
+                : [h.state, h.hook].filter(Boolean).join(' · ')}
+            </span>
+          </span>
+          <button type="button" class="btn btn-quiet" disabled={!!h.busy}
+            aria-label={`Remove ${h.name}`} onClick={() => set('remote:remove', h.name)}>
+            Remove
+          </button>
+        </div>
+      ))}
+      <div class="setting">
+        <input class="setting-input remote-input" type="text" value={host} placeholder="ssh alias or user@host"
+          spellcheck={false} autocomplete="off" aria-label="Host to add"
+          onInput={(e) => setHost((e.target as HTMLInputElement).value)}
+          onFocus={() => fieldFocus(true)} onBlur={() => fieldFocus(false)}
+          onKeyDown={(e) => { if (e.key === 'Enter') add(); }} />
+        <button type="button" class="btn" disabled={!host.trim()} onClick={add}>Add host</button>
+      </div>
+      {remotes.message && <p class="setting-note remote-message">{remotes.message}</p>}
+      <p class="setting-note">Agents there reach this panel through an SSH tunnel; the host must accept your key without a password.</p>
+    </div>
+  );
+}
+
 export function UsageView({ usage }: { usage: Usage | null }) {
   if (!usage) return <p class="setting-note">Reading today’s transcripts…</p>;
   return (
@@ -238,6 +280,9 @@ export function SettingsView({ st, geo, caps, screens, usage, onBack }: {
 
       <h3 class="group">Agents</h3>
       <Agents st={st} />
+
+      <h3 class="group">Remote hosts</h3>
+      <RemoteHosts remotes={st.remotes} />
 
       <h3 class="group">Today</h3>
       <UsageView usage={usage} />
