@@ -134,7 +134,11 @@ void Services::startSessions() {
         [](const std::string& host) {
           return std::vector<std::string>{Files::executable(), "remote", "update", host};
         },
-        [](const std::string& line) { g_message("Vantler remote: %s", line.c_str()); });
+        // Every step is logged; the settings page shows the hook's state as it goes.
+        [this](const std::string& line) {
+          g_message("Vantler remote: %s", line.c_str());
+          hub_.changed();
+        });
     tunnels_->onUp([this](const std::string& host) { hostHooks_->tunnelUp(host); });
     tunnels_->onChange([this] { hub_.changed(); });
     tunnels_->reload();
