@@ -5,28 +5,6 @@
 #include "core/text.h"
 #include "integrations/remote_hosts.h"
 
-namespace {
-
-// The first or the last non-empty line a command wrote: `vantler remote add` says what it did
-// first, and a failure says why last.
-std::string lineOf(const std::string& text, bool first) {
-  std::string found;
-  size_t start = 0;
-  while (start <= text.size()) {
-    size_t end = text.find('\n', start);
-    if (end == std::string::npos) end = text.size();
-    std::string line = Text::trimWhitespace(text.substr(start, end - start));
-    if (!line.empty()) {
-      found = std::move(line);
-      if (first) break;
-    }
-    start = end + 1;
-  }
-  return found;
-}
-
-}  // namespace
-
 RemoteSettings::RemoteSettings(Loop& loop, std::string program, std::function<Json()> status,
                                std::function<void()> changed)
     : runner_(loop),
@@ -74,8 +52,9 @@ void RemoteSettings::run(const std::string& verb, const std::string& host) {
   const bool started = runner_.run(
       {program_, "remote", verb, host}, options, [this, verb, host](const Subprocesses::Result& r) {
         busy_.erase(host);
-        std::string said = r.exited0 ? lineOf(r.out, true) : lineOf(r.err, false);
-        if (said.empty()) said = lineOf(r.out, false);
+        // `vantler remote add` says what it did first, and a failure says why last.
+        std::string said = r.exited0 ? Text::firstLine(r.out) : Text::lastLine(r.err);
+        if (said.empty()) said = Text::lastLine(r.out);
         if (!r.finished)
           said = host + ": gave up after " + std::to_string(int(kDeadline)) + " s";
         else if (said.empty())

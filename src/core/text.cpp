@@ -188,6 +188,19 @@ std::string trimWhitespace(std::string_view text) {
   return std::string(text.substr(begin, text.find_last_not_of(blank) - begin + 1));
 }
 
+std::string firstLine(std::string_view text) {
+  for (const std::string& line : lines(text))
+    if (std::string trimmed = trimWhitespace(line); !trimmed.empty()) return trimmed;
+  return {};
+}
+
+std::string lastLine(std::string_view text) {
+  const std::vector<std::string> all = lines(text);
+  for (auto line = all.rbegin(); line != all.rend(); ++line)
+    if (std::string trimmed = trimWhitespace(*line); !trimmed.empty()) return trimmed;
+  return {};
+}
+
 std::string trim(std::string_view text) {
   const auto* s = reinterpret_cast<const uint8_t*>(text.data());
   const auto length = static_cast<int32_t>(text.size());

@@ -19,6 +19,10 @@ std::vector<std::string> lines(std::string_view text);
 std::string trim(std::string_view text);
 // Removes ASCII whitespace, line ends included, from both ends (machine output, markup values).
 std::string trimWhitespace(std::string_view text);
+// The first and the last line holding more than whitespace, trimmed; empty when there is none
+// (what a command printed).
+std::string firstLine(std::string_view text);
+std::string lastLine(std::string_view text);
 // Full Unicode upper-casing (so "ß" becomes "SS").
 std::string upper(std::string_view text);
 // Full Unicode lower-casing.

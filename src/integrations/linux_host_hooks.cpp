@@ -3,16 +3,6 @@
 #include "core/text.h"
 #include "integrations/remote_hosts.h"
 
-namespace {
-
-// The last line a command printed, for the log.
-std::string lastLine(const std::string& text) {
-  std::vector<std::string> lines = Text::lines(text);
-  return lines.empty() ? std::string() : Text::trimWhitespace(lines.back());
-}
-
-}  // namespace
-
 HostHooks::HostHooks(Loop& loop, std::string ours, UpdateCommand update, Log log)
     : ours_(std::move(ours)), update_(std::move(update)), log_(std::move(log)), runs_(loop) {}
 
@@ -42,7 +32,7 @@ void HostHooks::check(const std::string& host) {
                     "no answer within " + std::to_string(int(kCheckWithin)) + " s");
     std::string version = Text::trimWhitespace(r.out);
     if (r.exited0 && version == ours_) return finish(host, version, version + ", up to date");
-    log_(host + ": its hook says \"" + (version.empty() ? lastLine(r.err) : version) +
+    log_(host + ": its hook says \"" + (version.empty() ? Text::lastLine(r.err) : version) +
          "\", not \"" + ours_ + "\": updating it");
     update(host);
   });
@@ -56,13 +46,13 @@ void HostHooks::update(const std::string& host) {
   bool started = runs_.run(update_(host), options, [this, host](const Subprocesses::Result& r) {
     if (r.exited0) {
       // It says "<host>: hook program updated; ...".
-      std::string said = lastLine(r.out);
+      std::string said = Text::lastLine(r.out);
       if (said.starts_with(host + ": ")) said.erase(0, host.size() + 2);
       return finish(host, ours_, said);
     }
     finish(host, "hook outdated",
            "updating its hook failed: " +
-               (r.finished ? lastLine(r.err)
+               (r.finished ? Text::lastLine(r.err)
                            : "no end within " + std::to_string(int(kUpdateWithin)) + " s"));
   });
   if (!started) finish(host, "hook outdated", "updating its hook failed: cannot run vantler");

@@ -11,6 +11,7 @@
 
 #include "core/files.h"
 #include "core/processes.h"
+#include "core/text.h"
 #include "integrations/remote_hosts.h"
 #include "integrations/tmux_replies.h"
 
@@ -77,9 +78,9 @@ std::vector<Jump::Process> loginProcesses() {
   return found;
 }
 
-// The first line of what a command printed on failure.
+// The first line of what a command printed on failure, cut short for the log.
 std::string firstLine(const std::string& text) {
-  std::string line = text.substr(0, text.find('\n'));
+  std::string line = Text::firstLine(text);
   return line.size() > 200 ? line.substr(0, 200) : line;
 }
 

@@ -11,6 +11,7 @@
 #include <functional>
 
 #include "core/files.h"
+#include "core/text.h"
 
 struct Tunnels::Tunnel {
   RemoteHost host;
@@ -26,15 +27,6 @@ struct Tunnels::Tunnel {
 };
 
 namespace {
-
-// The last line of what ssh said, for the status.
-std::string lastLine(const std::string& text) {
-  size_t end = text.find_last_not_of("\r\n");
-  if (end == std::string::npos) return {};
-  size_t start = text.rfind('\n', end);
-  start = start == std::string::npos ? 0 : start + 1;
-  return text.substr(start, end - start + 1);
-}
 
 int32_t parentOf(int32_t pid) {
   // /proc/<pid>/stat: "pid (comm) state ppid ...", where comm may hold spaces and parentheses.
@@ -96,7 +88,7 @@ void Tunnels::prepare(const std::shared_ptr<Tunnel>& tunnel) {
   bool started = runner_.run(argv, options, [this, weak](const Subprocesses::Result& r) {
     auto t = weak.lock();
     if (!t || t->stopped) return;
-    std::string home = lastLine(r.out);
+    std::string home = Text::lastLine(r.out);
     if (!r.exited0 || home.empty() || home[0] != '/')
       return ended(
           t, r.finished ? RemoteHosts::loginProblem(t->host.name, r.err) : "no answer within 30 s");
@@ -161,7 +153,7 @@ void Tunnels::open(const std::shared_ptr<Tunnel>& tunnel, const std::string& hom
         g_clear_object(&tunnel->ssh);
         g_clear_object(&tunnel->cancel);
         tunnel->pid = 0;
-        std::string why = lastLine(text);
+        std::string why = Text::lastLine(text);
         self->ended(tunnel, read && !why.empty() ? why : "the connection ended");
       },
       holder);

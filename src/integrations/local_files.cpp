@@ -12,6 +12,7 @@
 #include <map>
 
 #include "core/files.h"
+#include "core/text.h"
 #include "integrations/file_access.h"
 #include "integrations/installers.h"
 #include "integrations/remote_files.h"
@@ -52,12 +53,10 @@ std::string target(const std::string& path) {
 bool waitAllowed = true;
 std::map<std::string, std::string> rememberedVersions;
 
-// The first non-blank line of a program's output.
+// The first non-blank line of a program's output, if any.
 std::optional<std::string> firstLine(const std::string& text) {
-  size_t start = text.find_first_not_of(" \t\r\n");
-  if (start == std::string::npos) return std::nullopt;
-  size_t end = text.find_first_of("\r\n", start);
-  return text.substr(start, end == std::string::npos ? end : end - start);
+  std::string line = Text::firstLine(text);
+  return line.empty() ? std::nullopt : std::optional(std::move(line));
 }
 
 class LocalFiles final : public FileAccess {
