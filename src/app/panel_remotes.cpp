@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "core/text.h"
-#include "integrations/remote_hosts.h"
 
 RemoteSettings::RemoteSettings(Loop& loop, std::string program, std::function<Json()> status,
                                std::function<void()> changed)
@@ -16,7 +15,7 @@ void RemoteSettings::report(Json& settings) const {
   const Json status = status_();
   const Json& hooks = JsonField::object(status, "hooks");
   Json hosts = Json::array();
-  for (const RemoteHost& host : RemoteHosts::load()) {
+  for (const RemoteHost& host : hosts_) {
     std::string state = host.container.empty() ? "starting" : "container (" + host.container + ")";
     for (const Json& tunnel : JsonField::array(status, "hosts"))
       if (JsonField::str(tunnel, "name") == host.name) state = JsonField::str(tunnel, "state");
@@ -60,6 +59,7 @@ void RemoteSettings::run(const std::string& verb, const std::string& host) {
         else if (said.empty())
           said = host + (r.exited0 ? ": done" : ": failed");
         message_ = said;
+        reload();
         changed_();
       });
   if (!started) {

@@ -6,10 +6,12 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "core/json.h"
 #include "core/loop.h"
 #include "integrations/linux_subprocesses.h"
+#include "integrations/remote_hosts.h"
 
 class RemoteSettings {
  public:
@@ -24,6 +26,8 @@ class RemoteSettings {
   void report(Json& settings) const;
   // Takes "remote:add" and "remote:remove" with a host name; false for other keys.
   bool set(std::string_view key, const Json& value, std::string& error);
+  // Reads the host list again, after `vantler remote` changed it.
+  void reload() { hosts_ = RemoteHosts::load(); }
 
  private:
   void run(const std::string& verb, const std::string& host);
@@ -32,6 +36,9 @@ class RemoteSettings {
   std::string program_;
   std::function<Json()> status_;
   std::function<void()> changed_;
+  // The host list as last read: settings are reported on every snapshot, the file changes only
+  // through `vantler remote`.
+  std::vector<RemoteHost> hosts_ = RemoteHosts::load();
   std::map<std::string, std::string> busy_;  // host -> "adding" or "removing"
   std::string message_;                      // how the last add or remove went
 };

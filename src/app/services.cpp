@@ -99,6 +99,7 @@ bool Services::startBridge() {
   auto bridge = std::make_unique<Bridge>(hub_, home_, [this](const Json& command) {
     // `vantler remote` changed the host list: the tunnels follow it.
     if (JsonField::str(command, "type") == "remotes") {
+      remoteSettings_->reload();
       if (tunnels_) tunnels_->reload();
       hub_.changed();
       Json answer = remotesStatus();
