@@ -39,7 +39,7 @@ void keep(std::optional<std::string>& field, const Json& record, std::string_vie
 struct AnyTranscripts::Qwen {
   TranscriptStats stats;
 
-  void apply(std::string_view line) {
+  void add(std::string_view line) {
     const Json record = JsonField::parse(line);
     if (!record.is_object()) return;
     keep(stats.branch, record, "gitBranch");
@@ -55,7 +55,7 @@ struct AnyTranscripts::Qwen {
     if (type == "user" && JsonField::str(message, "role", "user") == "user")
       prompted(stats, typed(JsonField::find(message, "parts")));
   }
-  void finish() {}
+  const TranscriptStats& figures() const { return stats; }
 };
 
 // Kimi's wire log: records {"timestamp", "message": {"type", "payload"}}, where a turn opens
@@ -65,7 +65,7 @@ struct AnyTranscripts::Qwen {
 struct AnyTranscripts::Kimi {
   TranscriptStats stats;
 
-  void apply(std::string_view line) {
+  void add(std::string_view line) {
     const Json record = JsonField::parse(line);
     const Json& message = JsonField::object(record, "message");
     const std::string type = JsonField::str(message, "type");
@@ -83,7 +83,7 @@ struct AnyTranscripts::Kimi {
       stats.contextWindow =
           static_cast<int64_t>(static_cast<double>(tokens) / share->get<double>());
   }
-  void finish() {}
+  const TranscriptStats& figures() const { return stats; }
 };
 
 namespace AgentTranscripts {

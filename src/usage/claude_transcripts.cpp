@@ -50,15 +50,6 @@ int64_t contextOf(const std::string& usageText) {
 
 }  // namespace
 
-struct ClaudeTranscripts::State {
-  // The figures are brought up to date once after each read that saw lines.
-  ClaudeFigures figures;
-  TranscriptStats stats;
-
-  void apply(std::string_view line) { figures.add(line); }
-  void finish() { stats = figures.figures(); }
-};
-
 void ClaudeFigures::add(std::string_view text) {
   dirty = true;
   Line line;

@@ -57,8 +57,7 @@ class ClaudeTranscripts final : public TranscriptReader {
   void forget(const std::string& path);
 
  private:
-  struct State;
-  TranscriptFiles<State> files_;
+  TranscriptFiles<ClaudeFigures> files_;
 };
 
 // Claude Code transcripts changed in the last two hours, newest first, at most twelve: the

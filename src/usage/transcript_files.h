@@ -12,8 +12,8 @@
 #include "core/line_reader.h"
 #include "core/session.h"
 
-// `Figures` is one format's running state: default-constructible, with `apply(line)` for each
-// complete line, `finish()` once after a read that saw lines, and the `stats` it keeps.
+// `Figures` is one format's running state, shaped like a TranscriptFigures: default-constructible,
+// with `add(line)` for each complete line and `figures()` for what the lines so far add up to.
 // A call reads at most about `slice` bytes; a file that shrank or was replaced starts its figures
 // again from nothing; a path that is not a regular file gives nothing and is forgotten.
 template <class Figures>
@@ -24,20 +24,14 @@ class TranscriptFiles {
   std::optional<TranscriptStats> update(const std::string& path) {
     auto& entry = files_[path];
     if (!entry) entry = std::make_unique<Entry>();
-    bool read = false;
     const LineReader::Result result = reader_.read(
-        path, entry->mark, slice_,
-        [&](std::string_view line) {
-          entry->figures.apply(line);
-          read = true;
-        },
+        path, entry->mark, slice_, [&](std::string_view line) { entry->figures.add(line); },
         [&] { entry->figures = Figures(); });
     if (!result.regular) {
       files_.erase(path);
       return std::nullopt;
     }
-    if (read || result.restarted) entry->figures.finish();
-    return entry->figures.stats;
+    return entry->figures.figures();
   }
 
   void forget(const std::string& path) { files_.erase(path); }
