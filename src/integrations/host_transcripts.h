@@ -13,6 +13,8 @@
 #include <utility>
 #include <vector>
 
+#include "core/line_reader.h"
+
 namespace HostFetch {
 
 // The script; its arguments are the cap in bytes, then the path and offset of each file.
@@ -33,10 +35,10 @@ std::optional<std::vector<Piece>> parse(std::string_view answer, size_t files);
 
 // Where the reading of one transcript there stands: the offset the next fetch asks from, and
 // the start of a line that is not complete yet. A line longer than `kMaxLine` is skipped up to
-// its end, never held whole.
+// its end, never held whole, as in files read here.
 class HostTail {
  public:
-  static constexpr size_t kMaxLine = 16u << 20;
+  static constexpr size_t kMaxLine = LineReader::kMaxLine;
 
   uint64_t offset() const { return offset_; }
   // Takes a fetched piece: `restart` when the file was read again from its start (before its
